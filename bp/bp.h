@@ -1,0 +1,37 @@
+// The whole public runtime: all that a process on the bus includes.
+#ifndef BP_BP_H
+#define BP_BP_H
+
+#include "bp/bp_list.h"
+#include "bp/bp_msg_hdr.h"
+#include "bp/bp_sem.h"
+#include "bp/bp_types.h"
+
+#include "bp/bp_log/calendar.h"
+#include "bp/bp_log/log.h"
+#include "bp/bp_log/log_file.h"
+#include "bp/bp_log/shell.h"
+#include "bp/bp_log/thread_info.h"
+
+#include "bp/bp_module/config.h"
+#include "bp/bp_module/module_info.h"
+#include "bp/bp_module/module_pool.h"
+#include "bp/bp_module/msg_proc.h"
+#include "bp/bp_module/msg_queue.h"
+#include "bp/bp_module/proc_info.h"
+#include "bp/bp_module/slab.h"
+
+#include "bp/bp_sendmsg/message.h"
+
+#include "bp/bp_module/main_thread.h"
+#include "bp/bp_module/module_thread.h"
+#include "bp/bp_module/proc_init.h"
+#include "bp/bp_module/recv_ring.h"
+#include "bp/bp_module/regist.h"
+#include "bp/bp_module/socket.h"
+
+#include "bp/bp_sendmsg/send.h"
+#include "bp/bp_sendmsg/socket_send.h"
+#include "bp/bp_sendmsg/sync_request.h"
+
+#endif

@@ -1,0 +1,60 @@
+#include "bp/bp_module/main_thread.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <sys/epoll.h>
+
+#include "bp/bp_log/log.h"
+#include "bp/bp_module/module_pool.h"
+#include "bp/bp_module/module_thread.h"
+#include "bp/bp_module/msg_queue.h"
+#include "bp/bp_module/proc_info.h"
+#include "bp/bp_module/recv_ring.h"
+#include "bp/bp_sendmsg/socket_send.h"
+
+// Answers that came too late are given back here rather than where they arrive: the wait they belong to may end
+// between the arrival and the look.
+static void BP_DropAllStaleAcks() {
+    BP_ModuleInfo *apstModule[BP_MAX_MODULE_NUM];
+    const uint32_t ulNum = BP_ListModules(apstModule, BP_MAX_MODULE_NUM);
+    for (uint32_t i = 0; i < ulNum; i++) {
+        BP_DropStaleAcks(apstModule[i]);
+    }
+}
+
+static void BP_IdlePass(BP_ModuleInfo *pstMain) {
+    BP_ThreadRecvMsgProc(pstMain);
+    BP_MsgSocketSendProc();
+    BP_DropAllStaleAcks();
+    BP_ResumeReceive();
+}
+
+static void BP_ServeEvents(const struct epoll_event *pastEvent, int lNum) {
+    for (int i = 0; i < lNum; i++) {
+        if ((pastEvent[i].events & EPOLLIN) != 0 && pastEvent[i].data.fd == BP_GetProcInfo()->lSocket) {
+            BP_GetAndDispatchMsg();
+        }
+    }
+}
+
+void *BP_MainThreadProcMain(void *pstWorkModule) {
+    if (pstWorkModule == nullptr) {
+        static constexpr char szCond[] = "((void *)0) != pstWorkModule";
+        BP_WriteLog(BP_LOG_LEVEL_ERROR, 0, BP_MODULE_ID_MAIN, BP_LOG_UNIT, __LINE__, "%s ASSERT (%s)!!!",
+                    __func__, szCond);
+        fprintf(stderr, "%s:%d: %s: Assertion `%s' failed.\n", BP_LOG_UNIT, __LINE__, __func__, szCond);
+        abort();
+    }
+    BP_ModuleInfo *pstMain = static_cast<BP_ModuleInfo *>(pstWorkModule);
+    BP_BindModuleThread(pstMain);
+    for (;;) {
+        struct epoll_event astEvent[BP_MAIN_EPOLL_EVENTS];
+        const int lNum =
+            epoll_wait(BP_GetProcInfo()->lEpollFd, astEvent, BP_MAIN_EPOLL_EVENTS, BP_MAIN_EPOLL_TIMEOUT);
+        if (lNum == 0) {
+            BP_IdlePass(pstMain);
+        } else if (lNum > 0) {
+            BP_ServeEvents(astEvent, lNum);
+        }
+    }
+}

@@ -1,0 +1,32 @@
+// The process's pool of module records: who is registered, and which module the calling thread is.
+//
+// Look-ups walk the used list from the front, so of two records with one ID the younger is found. They take the
+// pool's lock for the walk; records themselves stay valid for ever, because a record leaves the used list again
+// only when its thread could not be started.
+#ifndef BP_BP_MODULE_MODULE_POOL_H
+#define BP_BP_MODULE_MODULE_POOL_H
+
+#include <cstdint>
+
+#include "bp/bp_module/module_info.h"
+
+// Empties the pool; with bFill, puts all unregistered records on the free list. Start-up only.
+void BP_InitModulePool(bool bFill);
+
+// The registered record with that ID, null when there is none. Any thread.
+BP_ModuleInfo *BP_GetModuleByID(uint32_t ulModuleID);
+
+// The record whose thread is the calling one, else the process's main module, else null. Any thread.
+BP_ModuleInfo *BP_GetCurModule();
+
+// The name of the calling thread's record, else of the process, else g_szInvalidModName. Any thread.
+const char *BP_GetCurThreadName();
+
+// Lets the module's thread run one pass. BP_OK, also for BP_MODULE_ID_MAIN, whose thread is never asleep for
+// long and is not woken; BP_ERR_FAIL when no registered module has the ID. Any thread.
+uint32_t BP_WakeupModule(uint32_t ulModuleID);
+
+// Copies up to ulMax pointers to the registered records, oldest first, and returns their number. Any thread.
+uint32_t BP_ListModules(BP_ModuleInfo **papstModule, uint32_t ulMax);
+
+#endif

@@ -1,0 +1,124 @@
+#include "bp/bp_module/msg_queue.h"
+
+#include <cstddef>
+#include <cstring>
+
+#include "bp/bp_log/log.h"
+#include "bp/bp_module/slab.h"
+
+uint32_t BP_ModuleAddMsg(BP_ListCtrl *pstMstCtrl, BP_SlabBuf *pstSlabBuf) {
+    if (pstMstCtrl == nullptr || pstSlabBuf == nullptr || BP_Read(pstSlabBuf->pstQueue) != nullptr) {
+        BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid input params, pstMstCtrl:%p, pstSlabBuf:%p", __func__,
+                     static_cast<void *>(pstMstCtrl), static_cast<void *>(pstSlabBuf));
+        return BP_ERR_PARAM;
+    }
+    const BP_SemGuard stGuard(pstMstCtrl->semLock);
+    pstMstCtrl->stUsedList.PushBack(pstSlabBuf);
+    BP_Write(pstSlabBuf->pstQueue, pstMstCtrl);
+    return BP_OK;
+}
+
+static bool BP_AssiMsgIdOf(const BP_SlabBuf *pstBuf, uint32_t *pulAssiMsgId) {
+    if (pstBuf->pucData == nullptr) {
+        return false;
+    }
+    memcpy(pulAssiMsgId, pstBuf->pucData + offsetof(BP_MsgHdr, AssiMsgId), sizeof(*pulAssiMsgId));
+    return true;
+}
+
+// Needs the queue's lock.
+static BP_SlabBuf *BP_FindByAssiId(const BP_ListCtrl *pstQueue, uint32_t ulAssiMsgId) {
+    BP_SlabBuf *pstBuf = pstQueue->stUsedList.First();
+    while (pstBuf != nullptr) {
+        uint32_t ulFound = 0;
+        if (BP_AssiMsgIdOf(pstBuf, &ulFound) && ulFound == ulAssiMsgId) {
+            break;
+        }
+        pstBuf = pstQueue->stUsedList.Next(pstBuf);
+    }
+    return pstBuf;
+}
+
+// Needs the queue's lock.
+static BP_SlabBuf *BP_Unqueue(BP_SlabBuf *pstBuf) {
+    if (pstBuf != nullptr) {
+        BP_List<BP_SlabBuf>::Remove(pstBuf);
+        BP_Write<BP_ListCtrl *>(pstBuf->pstQueue, nullptr);
+        pstBuf->ucFlag.fetch_or(BP_BUF_DEQUEUED, std::memory_order_relaxed);
+    }
+    return pstBuf;
+}
+
+BP_SlabBuf *BP_ModuleGetMsg(BP_ListCtrl *pstMstCtrl, uint32_t enGetbyType, uint32_t ulAssiMsgId) {
+    if (pstMstCtrl == nullptr) {
+        BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid input params.", __func__);
+        return nullptr;
+    }
+    {
+        const BP_SemGuard stGuard(pstMstCtrl->semLock);
+        if (pstMstCtrl->stUsedList.Empty()) {
+            return nullptr;
+        }
+        if (enGetbyType == BP_GET_FIRST) {
+            return BP_Unqueue(pstMstCtrl->stUsedList.First());
+        }
+        if (enGetbyType == BP_GET_BY_ASSI_ID) {
+            return BP_Unqueue(BP_FindByAssiId(pstMstCtrl, ulAssiMsgId));
+        }
+    }
+    BP_LOG_WARN(0, "[%s]enGetbyType(%u) is invalid.", __func__, enGetbyType);
+    return nullptr;
+}
+
+uint32_t BP_QueueLength(BP_ListCtrl *pstMstCtrl) {
+    const BP_SemGuard stGuard(pstMstCtrl->semLock);
+    uint32_t ulNum = 0;
+    for (const BP_SlabBuf *pstBuf = pstMstCtrl->stUsedList.First(); pstBuf != nullptr;
+         pstBuf = pstMstCtrl->stUsedList.Next(pstBuf)) {
+        ulNum++;
+    }
+    return ulNum;
+}
+
+void BP_AnnounceAckWait(BP_ModuleInfo *pstModule, BP_AckWait *pstWait) {
+    const BP_SemGuard stGuard(pstModule->stAckQueue.semLock);
+    pstModule->stAckWaitList.PushBack(pstWait);
+}
+
+void BP_WithdrawAckWait(BP_ModuleInfo *pstModule, BP_AckWait *pstWait) {
+    const BP_SemGuard stGuard(pstModule->stAckQueue.semLock);
+    BP_List<BP_AckWait>::Remove(pstWait);
+}
+
+// Needs the lock of the module's stAckQueue.
+static bool BP_IsAwaited(const BP_ModuleInfo *pstModule, uint32_t ulAssiMsgId) {
+    const BP_AckWait *pstWait = pstModule->stAckWaitList.First();
+    while (pstWait != nullptr && pstWait->ulAssiMsgId != ulAssiMsgId) {
+        pstWait = pstModule->stAckWaitList.Next(pstWait);
+    }
+    return pstWait != nullptr;
+}
+
+static BP_SlabBuf *BP_TakeStaleAck(BP_ModuleInfo *pstModule) {
+    const BP_SemGuard stGuard(pstModule->stAckQueue.semLock);
+    BP_SlabBuf *pstBuf = pstModule->stAckQueue.stUsedList.First();
+    while (pstBuf != nullptr) {
+        uint32_t ulAssiMsgId = 0;
+        if (!BP_AssiMsgIdOf(pstBuf, &ulAssiMsgId) || !BP_IsAwaited(pstModule, ulAssiMsgId)) {
+            break;
+        }
+        pstBuf = pstModule->stAckQueue.stUsedList.Next(pstBuf);
+    }
+    return BP_Unqueue(pstBuf);
+}
+
+uint32_t BP_DropStaleAcks(BP_ModuleInfo *pstModule) {
+    uint32_t ulNum = 0;
+    BP_SlabBuf *pstBuf = BP_TakeStaleAck(pstModule);
+    while (pstBuf != nullptr) {
+        BP_SlabFreeBuf(pstBuf);
+        ulNum++;
+        pstBuf = BP_TakeStaleAck(pstModule);
+    }
+    return ulNum;
+}

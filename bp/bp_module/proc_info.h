@@ -1,0 +1,45 @@
+// The process record: one per process, filled by BP_MwareInit, never torn down.
+#ifndef BP_BP_MODULE_PROC_INFO_H
+#define BP_BP_MODULE_PROC_INFO_H
+
+#include <cstdint>
+#include <netinet/in.h>
+
+#include "bp/bp_module/module_info.h"
+#include "bp/bp_types.h"
+
+constexpr uint32_t BP_RECV_RING_SIZE = 8192;
+
+// Bytes read from the socket and not yet cut into messages: ulUsedLen of them from ulRdPos on, wrapping at
+// ulMaxSize. Only the main thread touches the ring.
+struct BP_RecvRing {
+    uint32_t ulMaxSize = 0;
+    uint32_t ulUsedLen = 0;
+    uint32_t ulFreeLen = 0; // ulUsedLen + ulFreeLen = ulMaxSize
+    uint32_t ulWrPos = 0;
+    uint32_t ulRdPos = 0;
+    uint8_t *pucBuf = nullptr;
+    bool bNoBuf = false; // the oldest message found no buffer; the socket is left alone until it does
+};
+
+struct BP_ProcInfo {
+    char szProcName[256] = {};
+    uint16_t usProcID = 0; // 0 until start-up stores it; constant once the first thread runs
+    int lSocket = -1;      // the receive path reads from it
+    int lSendSocket = -1;  // its copy, once it is registered with lEpollFd; the send path writes to it
+    BP_RecvRing stRecvRing;
+    struct sockaddr_in stPeerAddr = {}; // source of the datagram read last
+    uint32_t ulPeerAddrLen = 0;
+    BP_Sem semRecvLock; // not taken: the main thread alone uses the ring
+    int lEpollFd = -1;
+    BP_ModuleInfo astModule[BP_MAX_MODULE_NUM];
+    BP_ListCtrlOf<BP_ModuleInfo> stModuleCtrl;
+    BP_ListCtrl stSendQueue; // buffers waiting for the main thread to send them to other processes
+    uint32_t ulCmdModuleID = 0;
+    uint32_t ulMainModuleID = 0;
+};
+
+// The record of this process; never null.
+BP_ProcInfo *BP_GetProcInfo();
+
+#endif

@@ -1,0 +1,18 @@
+// Start-up: one call makes the program a process on the bus.
+#ifndef BP_BP_MODULE_PROC_INIT_H
+#define BP_BP_MODULE_PROC_INIT_H
+
+#include <cstdint>
+
+// Joins the bus under the name and process ID of one of the configured processes: opens the log, builds the
+// pools, opens the socket, registers the command module and, except in MW_MWARE, which does it itself when it
+// is ready to receive, the main module. Called from the program's own thread, before anything else of the
+// runtime, and once: every further call is refused, also after a start that failed, because what the first one
+// set up stays in use. BP_OK; BP_ERR_FAIL when start-up failed or has been made before; BP_ERR_PARAM for a name
+// that is null, empty or longer than 59 characters. The log says what failed.
+uint32_t BP_MwareInit(const char *pcProcName, uint32_t ulProcID);
+
+// The process part of the start, without the log. For BP_MwareInit only; results as there.
+uint32_t BP_ProcInit(const char *pcProcName, uint32_t ulProcID);
+
+#endif

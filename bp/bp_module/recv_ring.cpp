@@ -1,0 +1,246 @@
+#include "bp/bp_module/recv_ring.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+#include "bp/bp_log/log.h"
+#include "bp/bp_module/module_pool.h"
+#include "bp/bp_module/msg_queue.h"
+#include "bp/bp_module/slab.h"
+#include "bp/bp_sendmsg/message.h"
+
+static constexpr char g_szTransFunc[] = "BP_TransMsgToModule";
+static constexpr char g_szReadFunc[] = "BP_GetAndDispatchMsg";
+
+uint32_t BP_InitRecvRing(BP_RecvRing *pstRing) {
+    *pstRing = BP_RecvRing();
+    pstRing->pucBuf = static_cast<uint8_t *>(calloc(1, BP_RECV_RING_SIZE));
+    if (pstRing->pucBuf == nullptr) {
+        return BP_ERR_FAIL;
+    }
+    pstRing->ulMaxSize = BP_RECV_RING_SIZE;
+    pstRing->ulFreeLen = BP_RECV_RING_SIZE;
+    return BP_OK;
+}
+
+// Copies the oldest ulLen unread bytes without consuming them.
+static void BP_RingPeek(const BP_RecvRing *pstRing, void *pDst, uint32_t ulLen) {
+    const uint32_t ulTail = pstRing->ulMaxSize - pstRing->ulRdPos;
+    const uint32_t ulFirst = ulLen < ulTail ? ulLen : ulTail;
+    memcpy(pDst, pstRing->pucBuf + pstRing->ulRdPos, ulFirst);
+    memcpy(static_cast<uint8_t *>(pDst) + ulFirst, pstRing->pucBuf, ulLen - ulFirst);
+}
+
+static void BP_RingConsume(BP_RecvRing *pstRing, uint32_t ulLen) {
+    pstRing->ulRdPos = (pstRing->ulRdPos + ulLen) % pstRing->ulMaxSize;
+    pstRing->ulUsedLen -= ulLen;
+    pstRing->ulFreeLen += ulLen;
+}
+
+static void BP_RingReset(BP_RecvRing *pstRing) {
+    pstRing->ulRdPos = 0;
+    pstRing->ulWrPos = 0;
+    pstRing->ulUsedLen = 0;
+    pstRing->ulFreeLen = pstRing->ulMaxSize;
+}
+
+void BP_GetNextMsgHdr(BP_RecvRing *pstRing) {
+    if (pstRing == nullptr) {
+        BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid input param.", __func__);
+        return;
+    }
+    while (pstRing->ulUsedLen >= BP_MSG_PREFIX_LEN) {
+        uint8_t aucFound[BP_MSG_PREFIX_LEN];
+        BP_RingPeek(pstRing, aucFound, BP_MSG_PREFIX_LEN);
+        if (memcmp(aucFound, BP_MSG_PREFIX, BP_MSG_PREFIX_LEN) == 0) {
+            return;
+        }
+        BP_RingConsume(pstRing, 1);
+    }
+}
+
+// Checks the framing of the header at the read position. A length that no message can have costs the prefix, or
+// the search for the next one would stop at the same place for ever.
+static bool BP_AcceptHdr(BP_RecvRing *pstRing, const BP_MsgHdr &stHdr) {
+    const uint8_t *pucFound = stHdr.aucPrefix;
+    if (memcmp(pucFound, BP_MSG_PREFIX, BP_MSG_PREFIX_LEN) != 0) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]Prefix err:0x%x 0x%x 0x%x 0x%x != 0x%x 0x%x 0x%x 0x%x", g_szTransFunc,
+                     pucFound[0], pucFound[1], pucFound[2], pucFound[3], BP_MSG_PREFIX[0], BP_MSG_PREFIX[1],
+                     BP_MSG_PREFIX[2], BP_MSG_PREFIX[3]);
+        return false;
+    }
+    if (stHdr.usMsgLen < BP_MSG_HDR_LEN) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]ulMsgLen %hu <= %u", g_szTransFunc, stHdr.usMsgLen, BP_MSG_HDR_LEN);
+        BP_RingConsume(pstRing, BP_MSG_PREFIX_LEN);
+        return false;
+    }
+    if (stHdr.usMsgLen > pstRing->ulMaxSize) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]ulMsgLen %hu > %u", g_szTransFunc, stHdr.usMsgLen, pstRing->ulMaxSize);
+        BP_RingConsume(pstRing, BP_MSG_PREFIX_LEN);
+        return false;
+    }
+    return true;
+}
+
+// Moves the message at the read position into a buffer of its own; null when there is none to be had.
+static BP_SlabBuf *BP_TakeMsg(BP_ProcInfo *pstProc, uint16_t usMsgLen) {
+    BP_RecvRing *pstRing = &pstProc->stRecvRing;
+    BP_SlabBuf *pstBuf = BP_SlabGetBuf(usMsgLen, BP_SLAB_TYPE_MSG);
+    if (pstBuf == nullptr) {
+        return nullptr;
+    }
+    if (pstBuf->pucData == nullptr) {
+        BP_SlabFreeBuf(pstBuf);
+        return nullptr;
+    }
+    BP_RingPeek(pstRing, pstBuf->pucData, usMsgLen);
+    BP_Write(pstBuf->usLen, usMsgLen);
+    BP_MsgHdrOf(pstBuf)->usPeerPort = pstProc->stPeerAddr.sin_port;
+    BP_MsgHdrOf(pstBuf)->ulPeerIP = pstProc->stPeerAddr.sin_addr.s_addr;
+    BP_RingConsume(pstRing, usMsgLen);
+    if (pstRing->ulUsedLen == 0) {
+        BP_RingReset(pstRing);
+    }
+    return pstBuf;
+}
+
+static uint32_t BP_Deliver(BP_ModuleInfo *pstDst, BP_SlabBuf *pstBuf, uint32_t ulMsgType, uint32_t *pulResult) {
+    BP_ListCtrl *pstQueue = ulMsgType == BP_MSG_TYPE_ACK ? &pstDst->stAckQueue : &pstDst->stMsgQueue;
+    *pulResult = BP_TRANS_DONE;
+    if (BP_ModuleAddMsg(pstQueue, pstBuf) != BP_OK) {
+        *pulResult = BP_TRANS_ADD_FAIL;
+        BP_SlabFreeBuf(pstBuf);
+    }
+    if (BP_WakeupModule(pstDst->ulModuleID) != BP_OK) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to wakeup module id %u.", g_szTransFunc, pstDst->ulModuleID);
+        return BP_ERR_FAIL;
+    }
+    return *pulResult;
+}
+
+uint32_t BP_TransMsgToModule(uint32_t *pulResult) {
+    BP_ProcInfo *pstProc = BP_GetProcInfo();
+    BP_RecvRing *pstRing = &pstProc->stRecvRing;
+    if (pulResult == nullptr) {
+        BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid input param.", __func__);
+        return BP_ERR_PARAM;
+    }
+    *pulResult = BP_TRANS_DONE;
+    if (pstRing->ulRdPos >= pstRing->ulMaxSize) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]ulRdPos %u >= ulMaxSize %u", __func__, pstRing->ulRdPos,
+                     pstRing->ulMaxSize);
+        BP_RingReset(pstRing); // nothing in the ring can be trusted, and no search would ever end
+        return BP_ERR_FAIL;
+    }
+    if (pstRing->ulUsedLen < BP_MSG_HDR_LEN) {
+        *pulResult = BP_TRANS_INCOMPLETE;
+        return 0;
+    }
+    BP_MsgHdr stHdr;
+    BP_RingPeek(pstRing, &stHdr, BP_MSG_HDR_LEN);
+    if (!BP_AcceptHdr(pstRing, stHdr)) {
+        return BP_ERR_FAIL;
+    }
+    if (stHdr.usMsgLen > pstRing->ulUsedLen) {
+        *pulResult = BP_TRANS_INCOMPLETE;
+        return 0;
+    }
+    BP_ModuleInfo *pstDst = BP_GetModuleByID(stHdr.ulModuleDstID);
+    if (pstDst == nullptr) {
+        BP_RingConsume(pstRing, stHdr.usMsgLen);
+        return 0;
+    }
+    BP_SlabBuf *pstBuf = BP_TakeMsg(pstProc, stHdr.usMsgLen);
+    if (pstBuf == nullptr) {
+        *pulResult = BP_TRANS_NO_BUF;
+        return 0;
+    }
+    return BP_Deliver(pstDst, pstBuf, stHdr.ulMsgType, pulResult);
+}
+
+uint32_t BP_CutMessages() {
+    uint32_t ulResult = BP_TRANS_DONE;
+    while (ulResult == BP_TRANS_DONE) {
+        if (BP_TransMsgToModule(&ulResult) != 0) {
+            BP_GetNextMsgHdr(&BP_GetProcInfo()->stRecvRing);
+            ulResult = BP_TRANS_DONE;
+        }
+    }
+    BP_GetProcInfo()->stRecvRing.bNoBuf = ulResult == BP_TRANS_NO_BUF;
+    return ulResult;
+}
+
+// Reads one datagram into the free room, over the end of the storage if need be. Its length, which is more than
+// the free room had when it did not fit and was discarded; -1 with errno set when the read failed.
+static ssize_t BP_ReadDatagram(BP_ProcInfo *pstProc) {
+    BP_RecvRing *pstRing = &pstProc->stRecvRing;
+    const uint32_t ulTail = pstRing->ulMaxSize - pstRing->ulWrPos;
+    const uint32_t ulFirst = pstRing->ulFreeLen < ulTail ? pstRing->ulFreeLen : ulTail;
+    struct iovec astPiece[] = {{pstRing->pucBuf + pstRing->ulWrPos, ulFirst},
+                               {pstRing->pucBuf, pstRing->ulFreeLen - ulFirst}};
+    struct msghdr stMsg = {};
+    stMsg.msg_name = &pstProc->stPeerAddr;
+    stMsg.msg_namelen = pstProc->ulPeerAddrLen;
+    stMsg.msg_iov = astPiece;
+    stMsg.msg_iovlen = 2;
+    const ssize_t lRead = recvmsg(pstProc->lSocket, &stMsg, MSG_TRUNC);
+    if (lRead > 0 && static_cast<uint32_t>(lRead) <= pstRing->ulFreeLen) {
+        const uint32_t ulRead = static_cast<uint32_t>(lRead);
+        pstRing->ulWrPos = (pstRing->ulWrPos + ulRead) % pstRing->ulMaxSize;
+        pstRing->ulFreeLen -= ulRead;
+        pstRing->ulUsedLen += ulRead;
+    }
+    return lRead;
+}
+
+static uint32_t BP_ReportReadError(int lErr) {
+    BP_LOG_ERROR(BP_ERR_FAIL, "[%s]read from socket fail errcode:%d(%s).", g_szReadFunc, lErr, strerror(lErr));
+    return BP_ERR_FAIL;
+}
+
+// A datagram found no room. If it could have fitted an empty ring, what holds the room is the beginning of a
+// message whose rest may never come: it is given up, and whatever stands behind its prefix gets its turn.
+static void BP_RefuseDatagram(BP_RecvRing *pstRing, uint32_t ulLen) {
+    BP_ReportReadError(EMSGSIZE);
+    if (ulLen <= pstRing->ulMaxSize && pstRing->ulUsedLen >= BP_MSG_PREFIX_LEN) {
+        BP_RingConsume(pstRing, BP_MSG_PREFIX_LEN);
+        BP_GetNextMsgHdr(pstRing);
+    }
+}
+
+uint32_t BP_GetAndDispatchMsg() {
+    BP_ProcInfo *pstProc = BP_GetProcInfo();
+    BP_RecvRing *pstRing = &pstProc->stRecvRing;
+    // The socket is edge-triggered: it must be read until it is empty, or what came together with one datagram
+    // would wait for the next. That it is empty then is no failure.
+    bool bMayBeEmpty = pstRing->bNoBuf;
+    if (pstRing->bNoBuf) {
+        BP_CutMessages();
+    }
+    while (!pstRing->bNoBuf) {
+        const uint32_t ulRoom = pstRing->ulFreeLen;
+        const ssize_t lRead = BP_ReadDatagram(pstProc);
+        const int lErr = lRead < 0 ? errno : 0;
+        if (lErr == EINTR) {
+            continue;
+        }
+        if (lErr != 0) {
+            return bMayBeEmpty && lErr == EAGAIN ? BP_OK : BP_ReportReadError(lErr);
+        }
+        bMayBeEmpty = true;
+        if (lRead > static_cast<ssize_t>(ulRoom)) {
+            BP_RefuseDatagram(pstRing, static_cast<uint32_t>(lRead));
+        }
+        BP_CutMessages();
+    }
+    return BP_OK;
+}
+
+void BP_ResumeReceive() {
+    if (BP_GetProcInfo()->stRecvRing.bNoBuf) {
+        BP_GetAndDispatchMsg();
+    }
+}

@@ -1,0 +1,275 @@
+#include "bp/bp_module/slab.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+
+#include "bp/bp_log/log.h"
+#include "bp/bp_module/module_pool.h"
+
+static constexpr uint32_t BP_TIMER_PLENTY = 10; // free timer buffers above which a later shortage reports again
+
+BP_BufMgr g_stBPBufMgr;
+BP_BufLogMgr g_stBPbuffLogMgr;
+
+static void BP_InitHeaders() {
+    g_stBPBufMgr.stSpareList.Init();
+    for (uint32_t i = 0; i < BP_SLAB_MAX_NUM; i++) {
+        BP_SlabBuf &stBuf = g_stBPBufMgr.astBuf[i];
+        stBuf.usBid = static_cast<uint16_t>(i);
+        stBuf.usSlabId = 0;
+        stBuf.pucData = nullptr;
+        stBuf.stNode = BP_ListNode();
+        BP_Write<uint16_t>(stBuf.usLen, 0);
+        BP_Write<uint8_t>(stBuf.ucFlag, 0);
+        g_stBPBufMgr.stSpareList.PushFront(&stBuf);
+    }
+}
+
+// Gives class ulClass its buffers, starting at pucData; returns the first byte behind them.
+static uint8_t *BP_InitSlab(uint32_t ulClass, uint8_t *pucData) {
+    BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[ulClass];
+    stSlab.ulSize = g_astSlabConfig[ulClass].ulSize;
+    stSlab.ulTotal = g_astSlabConfig[ulClass].ulNum;
+    BP_Write(stSlab.ulFreeNum, stSlab.ulTotal);
+    BP_Write(stSlab.ulUsedNum, 0U);
+    stSlab.semLock.Init(1);
+    stSlab.stFreeList.Init();
+    for (uint32_t i = 0; i < stSlab.ulTotal; i++) {
+        BP_SlabBuf *pstBuf = g_stBPBufMgr.stSpareList.PopFront();
+        pstBuf->pucData = pucData;
+        pstBuf->usSlabId = static_cast<uint16_t>(ulClass);
+        stSlab.stFreeList.PushFront(pstBuf);
+        pucData += stSlab.ulSize;
+    }
+    return pucData;
+}
+
+uint32_t BP_InitBufManager() {
+    BP_InitHeaders();
+    uint32_t ulNum = 0;
+    uint32_t ulBytes = 0;
+    for (const BP_SlabConfig &stRow : g_astSlabConfig) {
+        ulNum += stRow.ulNum;
+        ulBytes += stRow.ulSize * stRow.ulNum;
+    }
+    if (ulNum > BP_SLAB_MAX_NUM) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]totle slab buf num %u > %d.", __func__, ulNum,
+                     static_cast<int>(BP_SLAB_MAX_NUM));
+        return BP_ERR_FAIL;
+    }
+    g_stBPBufMgr.pucData = static_cast<uint8_t *>(calloc(1, ulBytes));
+    if (g_stBPBufMgr.pucData == nullptr) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to calloc new memory. size=%u", __func__, ulBytes);
+        return BP_ERR_FAIL;
+    }
+    uint8_t *pucNext = g_stBPBufMgr.pucData;
+    for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
+        pucNext = BP_InitSlab(i, pucNext);
+    }
+    BP_Write(g_stBPbuffLogMgr.aulLatch[BP_BUF_LOG_TIMER], 0U);
+    BP_Write(g_stBPbuffLogMgr.aulLatch[BP_BUF_LOG_MSG], 0U);
+    if (pthread_mutex_init(&g_stBPbuffLogMgr.stLock, nullptr) != 0) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to init BuffLogMgr lock", __func__);
+        return BP_ERR_FAIL;
+    }
+    return BP_OK;
+}
+
+// The class that serves a request, BP_SLAB_CLASS_NUM when none does.
+static uint32_t BP_ChooseSlab(uint32_t ulSize, uint32_t ulType) {
+    uint32_t ulClass = BP_SLAB_CLASS_NUM;
+    uint32_t ulEnd = BP_SLAB_CLASS_NUM;
+    if (ulType == BP_SLAB_TYPE_MSG) {
+        ulClass = 0;
+        ulEnd = BP_SLAB_CLASS_TIMER;
+    } else if (ulType == BP_SLAB_TYPE_TIMER) {
+        ulClass = BP_SLAB_CLASS_TIMER;
+    }
+    while (ulClass < ulEnd && g_stBPBufMgr.astSlab[ulClass].ulSize < ulSize) {
+        ulClass++;
+    }
+    return ulClass < ulEnd ? ulClass : BP_SLAB_CLASS_NUM;
+}
+
+static bool BP_IsExemptCaller() {
+    const char *pcName = BP_GetCurThreadName();
+    for (const char *pcExempt : {"ks", "ks_cmd", "MW_MWARE_cmd", "MW_IWARE_cmd"}) {
+        if (strcmp(pcName, pcExempt) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// How many free buffers of a size stay back from callers without exemption; sizes not listed keep none back and
+// are never asked about.
+struct BP_SlabReserve {
+    uint32_t ulSize;
+    uint32_t ulKeep;
+};
+static constexpr BP_SlabReserve g_astReserve[] = {
+    {128, 10}, {256, 5}, {512, 2}, {1024, 0}, {2048, 0}, {4096, 0}, {16384, 0}, {8, 0},
+};
+
+uint32_t BP_IsSlabBufAvaliable(uint32_t ulClass) {
+    if (ulClass >= BP_SLAB_CLASS_NUM) {
+        return 0;
+    }
+    const BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[ulClass];
+    const uint32_t ulFree = BP_Read(stSlab.ulFreeNum);
+    for (const BP_SlabReserve &stRow : g_astReserve) {
+        if (stRow.ulSize == stSlab.ulSize && ulFree <= stRow.ulKeep) {
+            BP_LOG_DEBUG("[%s]slab buff(size %u) has only %u.", __func__, stSlab.ulSize, ulFree);
+            return 0;
+        }
+    }
+    return 1;
+}
+
+// The first shortage since the latches were open leaves its evidence; whoever comes later finds it there.
+static void BP_ReportShortage(uint32_t ulSize, uint32_t ulType) {
+    pthread_mutex_lock(&g_stBPbuffLogMgr.stLock);
+    if (BP_Read(g_stBPbuffLogMgr.aulLatch[BP_BUF_LOG_TIMER]) == 0 &&
+        BP_Read(g_stBPbuffLogMgr.aulLatch[BP_BUF_LOG_MSG]) == 0) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]Slab full, Print Slab_*.log. Size=%u, Type=%d", "BP_SlabGetBuf", ulSize,
+                     static_cast<int>(ulType));
+        const uint32_t ulLatch = ulType == BP_SLAB_TYPE_TIMER ? BP_BUF_LOG_TIMER : BP_BUF_LOG_MSG;
+        BP_Write(g_stBPbuffLogMgr.aulLatch[ulLatch], 1U);
+    }
+    pthread_mutex_unlock(&g_stBPbuffLogMgr.stLock);
+}
+
+static void BP_OpenTimerLatch(uint32_t ulClass, uint32_t ulType) {
+    std::atomic<uint32_t> &ulLatch = g_stBPbuffLogMgr.aulLatch[BP_BUF_LOG_TIMER];
+    if (ulType == BP_SLAB_TYPE_TIMER && BP_Read(ulLatch) != 0 &&
+        BP_Read(g_stBPBufMgr.astSlab[ulClass].ulFreeNum) > BP_TIMER_PLENTY) {
+        BP_Write(ulLatch, 0U);
+    }
+}
+
+static void BP_SlabCount(BP_SlabMgr &stSlab, uint32_t ulFreeNum) {
+    BP_Write(stSlab.ulFreeNum, ulFreeNum);
+    BP_Write(stSlab.ulUsedNum, stSlab.ulTotal - ulFreeNum);
+}
+
+static BP_SlabBuf *BP_SlabTake(BP_SlabMgr &stSlab, uint32_t ulSize) {
+    const BP_SemGuard stGuard(stSlab.semLock);
+    BP_SlabBuf *pstBuf = stSlab.stFreeList.PopFront();
+    if (pstBuf != nullptr) {
+        BP_Write(pstBuf->ucFlag, BP_BUF_TAKEN);
+        BP_Write(pstBuf->usLen, static_cast<uint16_t>(ulSize));
+        pstBuf->ulUseSeq++;
+        BP_SlabCount(stSlab, BP_Read(stSlab.ulFreeNum) - 1);
+    }
+    return pstBuf;
+}
+
+BP_SlabBuf *BP_SlabGetBuf(uint32_t ulSize, uint32_t ulType) {
+    const uint32_t ulClass = BP_ChooseSlab(ulSize, ulType);
+    if (ulClass == BP_SLAB_CLASS_NUM) {
+        return nullptr;
+    }
+    if (!BP_IsExemptCaller()) {
+        if (BP_IsSlabBufAvaliable(ulClass) == 0) {
+            BP_ReportShortage(ulSize, ulType);
+            return nullptr;
+        }
+        BP_OpenTimerLatch(ulClass, ulType);
+    }
+    BP_SlabBuf *pstBuf = BP_SlabTake(g_stBPBufMgr.astSlab[ulClass], ulSize);
+    if (pstBuf == nullptr) {
+        BP_LOG_DEBUG("[%s]fail to get buf from slab manager %u.", __func__, ulClass);
+    }
+    return pstBuf;
+}
+
+// Under the class lock, so that of two threads that free one buffer only one gives it back.
+static bool BP_SlabGiveBack(BP_SlabBuf *pstBuf) {
+    BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[pstBuf->usSlabId];
+    const BP_SemGuard stGuard(stSlab.semLock);
+    if (BP_Read(pstBuf->ucFlag) == 0) {
+        return false;
+    }
+    BP_Write<uint8_t>(pstBuf->ucFlag, 0);
+    BP_Write<uint16_t>(pstBuf->usLen, 0);
+    pstBuf->ulUseSeq++;
+    stSlab.stFreeList.PushFront(pstBuf);
+    BP_SlabCount(stSlab, BP_Read(stSlab.ulFreeNum) + 1);
+    return true;
+}
+
+static void BP_ReportDoubleFree(const BP_SlabBuf *pstBuf) {
+    const BP_ModuleInfo *pstModule = BP_GetCurModule();
+    const uint16_t usSlabId = pstBuf->usSlabId;
+    if (pstModule != nullptr) {
+        BP_LOG_WARN(0, "[%s]%s buffer has been freed - slab %hu bid:%hu f:%d", "BP_SlabFreeBuf",
+                    pstModule->szModuleName, usSlabId, pstBuf->usBid, 0);
+    } else {
+        BP_LOG_WARN(0, "[%s]buffer has been freed - slab %hu bid:%hu f:%d", "BP_SlabFreeBuf", usSlabId,
+                    pstBuf->usBid, 0);
+    }
+}
+
+// The queue that the buffer is linked into may change or let go of it until its lock is held. Returns whether
+// the buffer was still there; then it is linked nowhere and the caller's.
+static bool BP_UnlinkFromQueue(BP_SlabBuf *pstBuf, BP_ListCtrl *pstQueue) {
+    const BP_SemGuard stGuard(pstQueue->semLock);
+    if (BP_Read(pstBuf->pstQueue) != pstQueue) {
+        return false;
+    }
+    BP_List<BP_SlabBuf>::Remove(pstBuf);
+    BP_Write<BP_ListCtrl *>(pstBuf->pstQueue, nullptr);
+    return true;
+}
+
+uint32_t BP_SlabFreeBuf(BP_SlabBuf *pstSlabBuf) {
+    if (pstSlabBuf == nullptr) {
+        BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid input params.", __func__);
+        return BP_ERR_PARAM;
+    }
+    if (pstSlabBuf->usSlabId >= BP_SLAB_CLASS_NUM) {
+        BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid slabid %hu.", __func__, pstSlabBuf->usSlabId);
+        return BP_ERR_PARAM;
+    }
+    BP_ListCtrl *pstQueue = BP_Read(pstSlabBuf->pstQueue);
+    if (pstQueue != nullptr) {
+        BP_LOG_WARN(0, "[%s]buffer has not be del - slab %hu bid:%hu f:%d", __func__, pstSlabBuf->usSlabId,
+                    pstSlabBuf->usBid, 0);
+        if (!BP_UnlinkFromQueue(pstSlabBuf, pstQueue)) {
+            return BP_OK;
+        }
+    }
+    if (!BP_SlabGiveBack(pstSlabBuf)) {
+        BP_ReportDoubleFree(pstSlabBuf);
+    }
+    return BP_OK;
+}
+
+uint32_t BP_SlabUseSeq(const BP_SlabBuf *pstSlabBuf) {
+    return pstSlabBuf->ulUseSeq;
+}
+
+void BP_SlabMarkTimeout(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq) {
+    const BP_SemGuard stGuard(g_stBPBufMgr.astSlab[pstSlabBuf->usSlabId].semLock);
+    if (pstSlabBuf->ulUseSeq == ulUseSeq) {
+        pstSlabBuf->ucFlag.fetch_or(BP_BUF_TIMEOUT, std::memory_order_relaxed);
+    }
+}
+
+bool BP_SlabEndUse(BP_SlabBuf *pstSlabBuf) {
+    const BP_SemGuard stGuard(g_stBPBufMgr.astSlab[pstSlabBuf->usSlabId].semLock);
+    pstSlabBuf->ulUseSeq++;
+    const uint8_t ucMask = static_cast<uint8_t>(~BP_BUF_TIMEOUT);
+    return (pstSlabBuf->ucFlag.fetch_and(ucMask, std::memory_order_relaxed) & BP_BUF_TIMEOUT) != 0;
+}
+
+uint32_t BP_GetSlabInfo(uint32_t ulClass, BP_SlabInfo *pstInfo) {
+    if (ulClass >= BP_SLAB_CLASS_NUM || pstInfo == nullptr) {
+        return BP_ERR_PARAM;
+    }
+    BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[ulClass];
+    const BP_SemGuard stGuard(stSlab.semLock);
+    *pstInfo = {stSlab.ulSize, stSlab.ulTotal, BP_Read(stSlab.ulFreeNum), BP_Read(stSlab.ulUsedNum)};
+    return BP_OK;
+}

@@ -1,0 +1,91 @@
+// Slab pools: fixed-size buffers for messages and timer notices, carved once at start-up out of one block.
+//
+// Ownership: BP_SlabGetBuf gives the buffer to the caller; a queue that takes it owns it; every road ends in
+//            BP_SlabFreeBuf. Free buffers are reused last in, first out.
+// Reserve:   the small message classes keep a few buffers back for the console's process and the command
+// modules,
+//            so that an engineer still gets through to a process that has run short. Everybody else is refused
+//            at the threshold, and the first refusal is reported (g_stBPbuffLogMgr).
+// Threads:   any thread, no waiting beyond the class lock, which is held for a list operation only.
+#ifndef BP_BP_MODULE_SLAB_H
+#define BP_BP_MODULE_SLAB_H
+
+#include <atomic>
+#include <cstdint>
+#include <pthread.h>
+
+#include "bp/bp_module/config.h"
+#include "bp/bp_types.h"
+
+constexpr uint32_t BP_SLAB_MAX_NUM = 1000;
+
+constexpr uint32_t BP_SLAB_TYPE_MSG = 0;
+constexpr uint32_t BP_SLAB_TYPE_TIMER = 1;
+
+struct BP_SlabMgr {
+    uint32_t ulSize = 0;
+    uint32_t ulTotal = 0;
+    std::atomic<uint32_t> ulFreeNum{0}; // ulFreeNum + ulUsedNum = ulTotal outside the lock
+    std::atomic<uint32_t> ulUsedNum{0};
+    BP_List<BP_SlabBuf> stFreeList;
+    BP_Sem semLock; // guards the list, both counts, and the state bits of the class's buffers
+};
+
+struct BP_BufMgr {
+    BP_SlabBuf astBuf[BP_SLAB_MAX_NUM];
+    BP_List<BP_SlabBuf> stSpareList; // headers that no class was given
+    BP_SlabMgr astSlab[BP_SLAB_CLASS_NUM];
+    uint8_t *pucData = nullptr;
+};
+
+extern BP_BufMgr g_stBPBufMgr;
+
+// Latches of the shortage report. A latch that is set keeps further shortages quiet; the timer latch opens
+// again once timer buffers are plentiful, the message latch stays for the life of the process.
+enum { BP_BUF_LOG_TIMER, BP_BUF_LOG_MSG, BP_BUF_LOG_NUM };
+
+struct BP_BufLogMgr {
+    std::atomic<uint32_t> aulLatch[BP_BUF_LOG_NUM];
+    pthread_mutex_t stLock; // from the test of the latches to their setting, so that one shortage reports once
+};
+
+extern BP_BufLogMgr g_stBPbuffLogMgr;
+
+// Builds the pools from g_astSlabConfig. Once, by start-up. BP_OK or BP_ERR_FAIL.
+uint32_t BP_InitBufManager();
+
+// Takes a buffer of at least ulSize bytes for a message (BP_SLAB_TYPE_MSG) or a notice (BP_SLAB_TYPE_TIMER),
+// with usLen set to ulSize. Null when no class of that type is large enough, the class is down to its reserve
+// and the caller is not exempt, or it is empty; callers report their own failure.
+BP_SlabBuf *BP_SlabGetBuf(uint32_t ulSize, uint32_t ulType);
+
+// Gives a buffer back. A buffer that still sits in a queue is taken out of it first; if the queue's owner takes
+// it at that same moment, the buffer is left to that owner. BP_OK, also (with a WARN line) for a buffer that is
+// free already; BP_ERR_PARAM for a null or malformed header.
+uint32_t BP_SlabFreeBuf(BP_SlabBuf *pstSlabBuf);
+
+// 1 when a caller without exemption may take a buffer of the class, else 0, with a DEBUG line. Advisory under
+// contention: the count is read without the class lock.
+uint32_t BP_IsSlabBufAvaliable(uint32_t ulClass);
+
+// The use that a buffer the caller holds is in; a later use of the same buffer has another number.
+uint32_t BP_SlabUseSeq(const BP_SlabBuf *pstSlabBuf);
+
+// Sets BP_BUF_TIMEOUT if the buffer is still in the given use, and leaves it alone if it was given back or has
+// changed hands since.
+void BP_SlabMarkTimeout(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq);
+
+// Ends the buffer's present use: from here on no mark reaches it. Clears BP_BUF_TIMEOUT and returns whether it
+// was set. For the thread that holds the buffer.
+bool BP_SlabEndUse(BP_SlabBuf *pstSlabBuf);
+
+// State of one class, taken at one moment. BP_OK, or BP_ERR_PARAM for a class that does not exist.
+struct BP_SlabInfo {
+    uint32_t ulSize;
+    uint32_t ulTotal;
+    uint32_t ulFreeNum;
+    uint32_t ulUsedNum;
+};
+uint32_t BP_GetSlabInfo(uint32_t ulClass, BP_SlabInfo *pstInfo);
+
+#endif

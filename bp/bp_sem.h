@@ -1,0 +1,41 @@
+// POSIX unnamed semaphores as the runtime uses them: locks start at 1, wake-ups at 0.
+//
+// A semaphore is usable from its construction on, so that a lookup made before the process has started finds
+// an empty list instead of a lock that nobody will ever post.
+#ifndef BP_BP_SEM_H
+#define BP_BP_SEM_H
+
+#include <cerrno>
+#include <cstdint>
+#include <semaphore.h>
+
+struct BP_Sem {
+    sem_t stSem;
+
+    explicit BP_Sem(uint32_t ulValue = 1) { Init(ulValue); }
+    BP_Sem(const BP_Sem &) = delete;
+    BP_Sem &operator=(const BP_Sem &) = delete;
+
+    // Sets the value anew. Nobody may hold or wait for the semaphore.
+    void Init(uint32_t ulValue) { sem_init(&stSem, 0, ulValue); }
+    void Post() { sem_post(&stSem); }
+    // Blocks until the value can be taken; a signal does not end the wait.
+    void Wait() {
+        while (sem_wait(&stSem) != 0 && errno == EINTR) {
+        }
+    }
+};
+
+// Holds a lock semaphore for the life of the guard. No handler is called, no log line written and no dump made
+// while one lives.
+struct BP_SemGuard {
+    explicit BP_SemGuard(BP_Sem &semLock) : semHeld(semLock) { semHeld.Wait(); }
+    ~BP_SemGuard() { semHeld.Post(); }
+    BP_SemGuard(const BP_SemGuard &) = delete;
+    BP_SemGuard &operator=(const BP_SemGuard &) = delete;
+
+private:
+    BP_Sem &semHeld;
+};
+
+#endif
