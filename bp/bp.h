@@ -34,4 +34,9 @@
 #include "bp/bp_sendmsg/socket_send.h"
 #include "bp/bp_sendmsg/sync_request.h"
 
+#include "bp/bp_cmd/ack.h"
+#include "bp/bp_cmd/cmd_answer.h"
+#include "bp/bp_cmd/cmd_serve.h"
+#include "bp/bp_cmd/cmd_table.h"
+
 #endif
