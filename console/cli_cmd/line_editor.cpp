@@ -1,0 +1,166 @@
+#include "console/cli_cmd/line_editor.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include "console/cli_cmd/history.h"
+
+static constexpr int CLI_KEY_TAB = '\t';
+static constexpr int CLI_KEY_ENTER = '\r';
+static constexpr int CLI_KEY_ESC = 0x1B;
+static constexpr int CLI_KEY_BACKSPACE = 0x08;
+static constexpr int CLI_KEY_DELETE = 0x7F;
+static constexpr char g_szErase[] = "\b \b";
+
+char g_szLineBuf[CLI_LINE_SIZE];
+char g_szSysPrompt[CLI_PROMPT_SIZE] = "MWare";
+
+static bool g_bInputEnded;
+
+bool CLI_IsInputEnded() {
+    return g_bInputEnded;
+}
+
+char CLI_LastChar(const char *pcText) {
+    const size_t ulLen = strlen(pcText);
+    return ulLen == 0 ? '\0' : pcText[ulLen - 1];
+}
+
+// A read that was only interrupted, or found a terminal that somebody else left non-blocking, is made again.
+static bool CLI_IsWorthRetrying(int lErr) {
+    if (lErr == EINTR) {
+        return true;
+    }
+    if (lErr != EAGAIN) {
+        return false;
+    }
+    struct pollfd stPoll = {STDIN_FILENO, POLLIN, 0};
+    return poll(&stPoll, 1, -1) >= 0 || errno == EINTR;
+}
+
+// The next byte, EOF when input has ended. What was echoed must be on the screen before the wait.
+static int CLI_ReadKey() {
+    fflush(stdout);
+    for (;;) {
+        errno = 0;
+        const int lKey = getc(stdin);
+        if (lKey != EOF || ferror(stdin) == 0) {
+            return lKey;
+        }
+        const int lErr = errno;
+        clearerr(stdin);
+        if (!CLI_IsWorthRetrying(lErr)) {
+            return EOF;
+        }
+    }
+}
+
+uint8_t CLI_ReadPendingChar() {
+    const int lFlags = fcntl(STDIN_FILENO, F_GETFL);
+    if (lFlags == -1 || fcntl(STDIN_FILENO, F_SETFL, lFlags | O_NONBLOCK) == -1) {
+        return 0;
+    }
+    const int lKey = getc(stdin);
+    clearerr(stdin); // "nothing there yet" must not be remembered as the end of input
+    if (fcntl(STDIN_FILENO, F_SETFL, lFlags) == -1) {
+        return 0;
+    }
+    return static_cast<uint8_t>(lKey);
+}
+
+static void CLI_StoreKey(size_t *pulCursor, int lKey) {
+    if (*pulCursor < CLI_LINE_SIZE - 1) {
+        g_szLineBuf[(*pulCursor)++] = static_cast<char>(lKey);
+        g_szLineBuf[*pulCursor] = '\0';
+    } else {
+        fputs(g_szErase, stdout);
+    }
+}
+
+static void CLI_EraseKey(size_t *pulCursor) {
+    if (*pulCursor != 0) {
+        g_szLineBuf[--*pulCursor] = '\0';
+        fputs(g_szErase, stdout);
+    }
+}
+
+// TAB and '?' end the line behind themselves: the Enter that does so is put back to be read next.
+static void CLI_StoreHelpKey(size_t *pulCursor, int lKey) {
+    ungetc(CLI_KEY_ENTER, stdin);
+    CLI_StoreKey(pulCursor, lKey);
+}
+
+static void CLI_ShowRecalled(const char *pcLine, size_t *pulCursor) {
+    if (pcLine == nullptr) {
+        return;
+    }
+    printf("\r%s%*s\r%s%s", g_szSysPrompt, static_cast<int>(strlen(g_szLineBuf)), "", g_szSysPrompt, pcLine);
+    snprintf(g_szLineBuf, sizeof(g_szLineBuf), "%s", pcLine);
+    *pulCursor = strlen(g_szLineBuf);
+}
+
+// Decodes what follows an ESC. Only the arrows up and down mean something; the rest of a sequence that is
+// longer than the forms known here is read as ordinary input.
+static void CLI_EditEscape(size_t *pulCursor) {
+    uint8_t ucKey = CLI_ReadPendingChar();
+    if (ucKey == 'O' || ucKey == '[') {
+        ucKey = CLI_ReadPendingChar();
+    }
+    if (ucKey >= '1' && ucKey <= '9') {
+        const uint8_t ucNext = CLI_ReadPendingChar();
+        if (ucNext >= '0' && ucNext <= '9') {
+            CLI_ReadPendingChar();
+        }
+        return;
+    }
+    if (ucKey == 'A') {
+        CLI_ShowRecalled(CLI_RecallOlder(), pulCursor);
+    } else if (ucKey == 'B') {
+        CLI_ShowRecalled(CLI_RecallNewer(), pulCursor);
+    }
+}
+
+static void CLI_EditKey(size_t *pulCursor, int lKey) {
+    switch (lKey) {
+    case CLI_KEY_ESC:
+        CLI_EditEscape(pulCursor);
+        return;
+    case CLI_KEY_BACKSPACE:
+    case CLI_KEY_DELETE:
+        CLI_EraseKey(pulCursor);
+        return;
+    case CLI_KEY_TAB:
+        CLI_StoreHelpKey(pulCursor, lKey);
+        return;
+    case '?':
+        putchar(lKey);
+        CLI_StoreHelpKey(pulCursor, lKey);
+        return;
+    default:
+        if (isprint(lKey)) {
+            putchar(lKey);
+            CLI_StoreKey(pulCursor, lKey);
+        }
+    }
+}
+
+void CLI_ReadLine() {
+    size_t ulCursor = strnlen(g_szLineBuf, sizeof(g_szLineBuf) - 1);
+    g_szLineBuf[ulCursor] = '\0';
+    int lKey = CLI_ReadKey();
+    while (lKey != CLI_KEY_ENTER && lKey != EOF) {
+        CLI_EditKey(&ulCursor, lKey);
+        lKey = CLI_ReadKey();
+    }
+    if (lKey == EOF) {
+        g_bInputEnded = true;
+        g_szLineBuf[0] = '\0';
+        return;
+    }
+    CLI_SaveHistory(g_szLineBuf);
+}
