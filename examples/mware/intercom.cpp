@@ -1,0 +1,47 @@
+#include "examples/mware/modules.h"
+
+static std::atomic<uint32_t> g_ulTickNum;
+
+// Runs in the main thread. The camera's controller lives in the other process; whether that runs is not our
+// concern.
+static uint32_t MW_MainTick(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    (void)ulMsgCode;
+    (void)pstMsg;
+    (void)ulParam;
+    g_ulTickNum.fetch_add(1, std::memory_order_relaxed);
+    uint32_t ulCtrlID = 0;
+    const uint32_t ulRet = BP_GetModuleID("MW_CTRL", &ulCtrlID);
+    return ulRet == BP_OK ? BP_PostMsg(ulCtrlID, MW_MSG_TICK, nullptr, 0) : ulRet;
+}
+
+// The command module passes the tick on to the main module.
+static uint32_t MW_CmdTick(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    (void)pstMsg;
+    (void)ulParam;
+    return BP_PostMsg(BP_MODULE_ID_MAIN, ulMsgCode, nullptr, 0);
+}
+
+static uint32_t MW_DisplayTicks(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnswer, uint32_t ulParam) {
+    (void)pstArgs;
+    (void)ulParam;
+    BP_AnswerPrint(pstAnswer, "%u ticks\n", BP_Read(g_ulTickNum));
+    return BP_OK;
+}
+
+static const BP_CmdDef g_stTicksCmd = {{{BP_CMD_TITLE, "ticks", "ticks seen"}}, MW_DisplayTicks, 0};
+
+// Start-up has registered both modules of this process already.
+uint32_t MW_StartIntercom() {
+    uint32_t ulRet = BP_RegCmdModuleID("MW_IWARE_cmd", 0, 0, BP_MODULE_ID_IWARE_CMD);
+    if (ulRet == BP_OK) {
+        ulRet = BP_RegistMsgProc(BP_MODULE_ID_IWARE_CMD, BP_PROC_TABLE_NORMAL, MW_MSG_TICK, MW_CmdTick, 0);
+    }
+    if (ulRet == BP_OK) {
+        ulRet = BP_RegistMsgProc(BP_MODULE_ID_MAIN, BP_PROC_TABLE_NORMAL, MW_MSG_TICK, MW_MainTick, 0);
+    }
+    return ulRet == BP_OK ? BP_RegistCmd(&g_stTicksCmd) : ulRet;
+}
+
+void MW_TickIntercom() {
+    BP_PostMsg(BP_MODULE_ID_IWARE_CMD, MW_MSG_TICK, nullptr, 0);
+}

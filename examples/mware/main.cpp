@@ -1,0 +1,65 @@
+// A middleware process, complete and small: the code to start from when a new process joins the bus.
+//
+// Started without an argument (or with MW_MWARE) it is the camera's middleware: MW_CTRL steers the pan-tilt
+// head MW_PTZ, which reports to MW_ALM when it reaches the end of its travel. Started with MW_IWARE it is the
+// intercom's, which has no modules beside those of start-up and keeps the camera's controller ticking. Attach
+// to either with ks.
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+#include "examples/mware/modules.h"
+
+struct MW_Process {
+    const char *pcName;
+    uint32_t ulProcID;
+    uint32_t (*pfnStart)();
+    void (*pfnTick)();
+};
+
+// name, process ID, start of its own modules, what its own thread does ten times a second
+static const MW_Process g_astProcess[] = {
+    {"MW_MWARE", 101, MW_StartCamera, MW_TickCamera},
+    {"MW_IWARE", 102, MW_StartIntercom, MW_TickIntercom},
+};
+
+static const MW_Process *MW_FindProcess(int argc, char **argv) {
+    const char *pcName = argc > 1 ? argv[1] : g_astProcess[0].pcName;
+    for (const MW_Process &stProcess : g_astProcess) {
+        if (strcmp(stProcess.pcName, pcName) == 0) {
+            return &stProcess;
+        }
+    }
+    return nullptr;
+}
+
+uint32_t MW_StartModule(const MW_Module &stModule) {
+    uint32_t ulRet = BP_RegistModule(stModule.pcName, 1, stModule.pulModuleID);
+    if (ulRet == BP_OK) {
+        ulRet = BP_RegCmdModuleID(stModule.pcName, 0, 0, *stModule.pulModuleID);
+    }
+    if (ulRet == BP_OK) {
+        ulRet = BP_RegistMsgProc(*stModule.pulModuleID, BP_PROC_TABLE_NORMAL, stModule.ulMsgCode,
+                                 stModule.pfnProc, 0);
+    }
+    return ulRet;
+}
+
+int main(int argc, char **argv) {
+    const MW_Process *pstProcess = MW_FindProcess(argc, argv);
+    if (pstProcess == nullptr) {
+        fprintf(stderr, "usage: mware [MW_MWARE|MW_IWARE]\n");
+        return 2;
+    }
+    if (BP_MwareInit(pstProcess->pcName, pstProcess->ulProcID) != BP_OK || BP_StartCmd() != BP_OK ||
+        pstProcess->pfnStart() != BP_OK) {
+        fprintf(stderr, "mware: start failed, see /var/log/%s00.log\n", pstProcess->pcName);
+        return 1;
+    }
+    printf("%s is ready\n", pstProcess->pcName);
+    fflush(stdout);
+    for (;;) {
+        usleep(100000);
+        pstProcess->pfnTick();
+    }
+}

@@ -1,0 +1,31 @@
+// The modules of the example processes, and what they say to each other.
+#ifndef EXAMPLES_MWARE_MODULES_H
+#define EXAMPLES_MWARE_MODULES_H
+
+#include "bp/bp.h"
+
+// Message codes.
+constexpr uint32_t MW_MSG_TICK = 1001;  // time has passed: no payload
+constexpr uint32_t MW_MSG_MOVE = 1002;  // to MW_PTZ: int32_t, degrees to turn
+constexpr uint32_t MW_MSG_LIMIT = 1003; // to MW_ALM: int32_t, position in degrees
+
+// A module with one handler.
+struct MW_Module {
+    const char *pcName;
+    uint32_t ulMsgCode;
+    BP_PfnMsgProc pfnProc;
+    uint32_t *pulModuleID; // where its ID is kept
+};
+
+// Puts the module on the bus, with a log module of the same name. BP_OK or what failed.
+uint32_t MW_StartModule(const MW_Module &stModule);
+
+// Start the modules of MW_MWARE (the camera) or MW_IWARE (the intercom). BP_OK or what failed.
+uint32_t MW_StartCamera();
+uint32_t MW_StartIntercom();
+
+// Keep them busy; called by the program's own thread.
+void MW_TickCamera();
+void MW_TickIntercom();
+
+#endif
