@@ -75,7 +75,7 @@ static bool BP_NextName(BP_CmdText *pstText, char (&szName)[BP_CMD_STRING_MAX + 
     const void *pEnd = memchr(pcName, '\n', pstText->ulLen - 1);
     const uint32_t ulName =
         pEnd != nullptr ? static_cast<uint32_t>(static_cast<const char *>(pEnd) - pcName) : pstText->ulLen - 1;
-    if (ulName == 0 || ulName > BP_CMD_STRING_MAX) {
+    if (ulName == 0 || ulName > BP_CMD_STRING_MAX || memchr(pcName, '\0', ulName) != nullptr) {
         return false;
     }
     memcpy(szName, pcName, ulName);

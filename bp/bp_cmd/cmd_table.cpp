@@ -14,7 +14,15 @@ static constexpr uint32_t BP_CMD_END_LEN = sizeof("<cr>\nend\n0\n") - 1;
 static constexpr uint32_t BP_CMD_EXTEND_MAX =
     39; // characters of all parameter values as the console sends them
 
-static const BP_CmdWord g_stRootWord = {BP_CMD_TITLE, "display", "information about this process"};
+static constexpr char g_szRootName[] = "display";
+static const BP_CmdWord g_stRootWord = {BP_CMD_TITLE, g_szRootName, "information about this process"};
+
+// The longest command with the longest values fits the request that the console builds, so no row needs a
+// check.
+static_assert(sizeof("<>") + sizeof(g_szRootName) + BP_CMD_WORD_MAX * (BP_CMD_NAME_MAX + 1) +
+                      BP_CMD_EXTEND_MAX <=
+                  BP_CMD_LINE_MAX,
+              "commands that are accepted can be sent");
 
 struct BP_CmdNode {
     const BP_CmdWord *pstWord;
@@ -116,15 +124,12 @@ static uint32_t BP_EntryLength(const BP_CmdWord &stWord) {
 struct BP_CmdPlan {
     uint32_t ulNodes;
     uint32_t ulText;
-    uint32_t ulLine; // characters of the request without its values
-    uint32_t ulParams;
 };
 
 static uint32_t BP_PlanCmd(const BP_CmdDef &stDef, uint32_t ulWords, BP_CmdPlan *pstPlan,
                            uint32_t *pulBadWord) {
     const BP_CmdNode *pstNode = &g_stCmdTree.astNode[0];
     bool bComplete = false; // a command ends at pstNode, or is to end there
-    pstPlan->ulLine = BP_Length("<>") + BP_Length(g_stRootWord.pcName) + 1;
     for (uint32_t i = 0; i < ulWords; i++) {
         const BP_CmdWord &stWord = stDef.astWord[i];
         *pulBadWord = i;
@@ -145,8 +150,6 @@ static uint32_t BP_PlanCmd(const BP_CmdDef &stDef, uint32_t ulWords, BP_CmdPlan 
             pstPlan->ulNodes++;
             pstPlan->ulText += BP_EntryLength(stWord);
         }
-        pstPlan->ulLine += BP_Length(stWord.pcName) + 1;
-        pstPlan->ulParams += BP_WordType(stWord) == BP_CMD_TITLE ? 0 : 1;
     }
     pstPlan->ulText += BP_CMD_END_LEN;
     return pstNode != nullptr && pstNode->pstDef != nullptr ? BP_ERR_CMD_CLASH : BP_OK;
@@ -200,9 +203,6 @@ static uint32_t BP_AddCmd(const BP_CmdDef &stDef, uint32_t ulWords, uint32_t *pu
         g_stCmdTree.ulTextLen + stPlan.ulText > BP_ACK_TEXT_MAX) {
         return BP_ERR_CMD_FULL;
     }
-    if (stPlan.ulLine + (stPlan.ulParams != 0 ? BP_CMD_EXTEND_MAX : 0) > BP_CMD_LINE_MAX) {
-        return BP_ERR_CMD_LONG;
-    }
     BP_LinkCmd(stDef, ulWords);
     g_stCmdTree.ulTextLen += stPlan.ulText;
     return BP_OK;
@@ -218,8 +218,6 @@ static const char *BP_CmdErrorText(uint32_t ulRet) {
         return "cannot be told from another command";
     case BP_ERR_CMD_FULL:
         return "command tree is full";
-    case BP_ERR_CMD_LONG:
-        return "command is too long";
     default:
         return "invalid word";
     }

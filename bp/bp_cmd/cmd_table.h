@@ -32,7 +32,6 @@ constexpr uint32_t BP_ERR_CMD_NAME =
 constexpr uint32_t BP_ERR_CMD_HELP = 1102;  // a help text is too long or has a line break
 constexpr uint32_t BP_ERR_CMD_CLASH = 1103; // the command exists, or a word could be mistaken for one beside it
 constexpr uint32_t BP_ERR_CMD_FULL = 1104;  // no node is left, or the tree would not fit one message
-constexpr uint32_t BP_ERR_CMD_LONG = 1105;  // with its longest values the command would not fit a request
 
 struct BP_CmdWord {
     uint32_t ulType;

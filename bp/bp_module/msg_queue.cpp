@@ -43,8 +43,8 @@ static BP_SlabBuf *BP_FindByAssiId(const BP_ListCtrl *pstQueue, uint32_t ulAssiM
 static BP_SlabBuf *BP_Unqueue(BP_SlabBuf *pstBuf) {
     if (pstBuf != nullptr) {
         BP_List<BP_SlabBuf>::Remove(pstBuf);
-        BP_Write<BP_ListCtrl *>(pstBuf->pstQueue, nullptr);
         pstBuf->ucFlag.fetch_or(BP_BUF_DEQUEUED, std::memory_order_relaxed);
+        pstBuf->pstQueue.store(nullptr, std::memory_order_release);
     }
     return pstBuf;
 }

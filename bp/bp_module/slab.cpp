@@ -232,7 +232,8 @@ uint32_t BP_SlabFreeBuf(BP_SlabBuf *pstSlabBuf) {
         BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid slabid %hu.", __func__, pstSlabBuf->usSlabId);
         return BP_ERR_PARAM;
     }
-    BP_ListCtrl *pstQueue = BP_Read(pstSlabBuf->pstQueue);
+    // Acquired, so that a link that a queue's reader has just let go of is really free to be used.
+    BP_ListCtrl *pstQueue = pstSlabBuf->pstQueue.load(std::memory_order_acquire);
     if (pstQueue != nullptr) {
         BP_LOG_WARN(0, "[%s]buffer has not be del - slab %hu bid:%hu f:%d", __func__, pstSlabBuf->usSlabId,
                     pstSlabBuf->usBid, 0);

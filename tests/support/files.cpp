@@ -1,0 +1,55 @@
+#include "tests/support/files.h"
+
+#include <chrono>
+#include <fstream>
+#include <regex.h>
+#include <sstream>
+#include <sys/stat.h>
+#include <thread>
+
+std::string ReadFile(const std::string &szPath) {
+    std::ifstream stFile(szPath, std::ios::binary);
+    std::ostringstream stText;
+    stText << stFile.rdbuf();
+    return stText.str();
+}
+
+void WriteFile(const std::string &szPath, const std::string &szText) {
+    std::ofstream stFile(szPath, std::ios::binary);
+    stFile << szText;
+}
+
+bool FileExists(const std::string &szPath) {
+    struct stat stStat;
+    return stat(szPath.c_str(), &stStat) == 0;
+}
+
+size_t CountOf(const std::string &szText, const std::string &szPart) {
+    size_t ulNum = 0;
+    for (size_t ulPos = szText.find(szPart); ulPos != std::string::npos;
+         ulPos = szText.find(szPart, ulPos + 1)) {
+        ulNum++;
+    }
+    return ulNum;
+}
+
+bool Matches(const std::string &szText, const std::string &szRegex) {
+    regex_t stRegex;
+    if (regcomp(&stRegex, szRegex.c_str(), REG_EXTENDED | REG_NOSUB) != 0) {
+        return false;
+    }
+    const bool bMatches = regexec(&stRegex, szText.c_str(), 0, nullptr, 0) == 0;
+    regfree(&stRegex);
+    return bMatches;
+}
+
+bool WaitFor(const std::function<bool()> &pfnCondition, int lSeconds) {
+    const auto stEnd = std::chrono::steady_clock::now() + std::chrono::seconds(lSeconds);
+    while (!pfnCondition()) {
+        if (std::chrono::steady_clock::now() > stEnd) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}

@@ -1,0 +1,134 @@
+#include "tests/support/pty_session.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utmp.h>
+
+#include "tests/support/files.h"
+
+[[noreturn]] static void Exec(const std::vector<std::string> &aszArg) {
+    std::vector<char *> apcArg;
+    for (const std::string &szArg : aszArg) {
+        apcArg.push_back(const_cast<char *>(szArg.c_str()));
+    }
+    apcArg.push_back(nullptr);
+    execv(apcArg[0], apcArg.data());
+    _exit(127);
+}
+
+Child::Child(const std::vector<std::string> &aszArg) {
+    int alPipe[2];
+    if (pipe(alPipe) != 0) {
+        abort();
+    }
+    lPid_ = fork();
+    if (lPid_ == 0) {
+        dup2(alPipe[1], STDOUT_FILENO);
+        close(alPipe[0]);
+        close(alPipe[1]);
+        Exec(aszArg);
+    }
+    close(alPipe[1]);
+    lOut_ = alPipe[0];
+}
+
+Child::~Child() {
+    kill(lPid_, SIGKILL);
+    waitpid(lPid_, nullptr, 0);
+    close(lOut_);
+}
+
+void Child::Signal(int lSignal) const {
+    kill(lPid_, lSignal);
+}
+
+bool Child::WaitForOutput(const std::string &szText) {
+    std::string szSeen;
+    struct pollfd stPoll = {lOut_, POLLIN, 0};
+    while (szSeen.find(szText) == std::string::npos && poll(&stPoll, 1, 30000) > 0) {
+        char acBuf[256];
+        const ssize_t lRead = read(lOut_, acBuf, sizeof(acBuf));
+        if (lRead <= 0) {
+            return false;
+        }
+        szSeen.append(acBuf, static_cast<size_t>(lRead));
+    }
+    return szSeen.find(szText) != std::string::npos;
+}
+
+PtySession::PtySession(const std::vector<std::string> &aszArg) {
+    struct winsize stSize = {40, 120, 0, 0};
+    if (openpty(&lMaster_, &lSlave_, nullptr, nullptr, &stSize) != 0) {
+        abort();
+    }
+    lPid_ = fork();
+    if (lPid_ == 0) {
+        close(lMaster_);
+        login_tty(lSlave_);
+        Exec(aszArg);
+    }
+    fcntl(lMaster_, F_SETFD, FD_CLOEXEC);
+    fcntl(lSlave_, F_SETFD, FD_CLOEXEC);
+}
+
+PtySession::~PtySession() {
+    if (lPid_ > 0) {
+        kill(lPid_, SIGKILL);
+        waitpid(lPid_, nullptr, 0);
+    }
+    HangUp();
+}
+
+void PtySession::Type(const std::string &szKeys) const {
+    if (write(lMaster_, szKeys.data(), szKeys.size()) != static_cast<ssize_t>(szKeys.size())) {
+        perror("type");
+    }
+}
+
+std::string PtySession::ReadUntil(const std::string &szText, int lSeconds) {
+    WaitFor(
+        [&] {
+            struct pollfd stPoll = {lMaster_, POLLIN, 0};
+            char acBuf[4096];
+            if (szPending_.find(szText) == std::string::npos && poll(&stPoll, 1, 50) > 0) {
+                const ssize_t lRead = read(lMaster_, acBuf, sizeof(acBuf));
+                szPending_.append(acBuf, lRead > 0 ? static_cast<size_t>(lRead) : 0);
+            }
+            return szPending_.find(szText) != std::string::npos;
+        },
+        lSeconds);
+    const size_t ulPos = szPending_.find(szText);
+    const size_t ulEnd = ulPos == std::string::npos ? szPending_.size() : ulPos + szText.size();
+    const std::string szRead = szPending_.substr(0, ulEnd);
+    szPending_.erase(0, ulEnd);
+    return szRead;
+}
+
+void PtySession::HangUp() {
+    if (lMaster_ >= 0) {
+        close(lMaster_);
+        close(lSlave_);
+        lMaster_ = -1;
+    }
+}
+
+int PtySession::WaitExit(int lSeconds) {
+    int lStatus = 0;
+    if (!WaitFor([&] { return waitpid(lPid_, &lStatus, WNOHANG) == lPid_; }, lSeconds)) {
+        return -1;
+    }
+    lPid_ = -1;
+    return WIFEXITED(lStatus) ? WEXITSTATUS(lStatus) : 256 + WTERMSIG(lStatus);
+}
+
+struct termios PtySession::Settings() const {
+    struct termios stSettings = {};
+    tcgetattr(lSlave_, &stSettings);
+    return stSettings;
+}

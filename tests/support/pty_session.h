@@ -1,0 +1,45 @@
+// A program on a pseudo-terminal of its own, and programs beside it.
+#ifndef TESTS_SUPPORT_PTY_SESSION_H
+#define TESTS_SUPPORT_PTY_SESSION_H
+
+#include <string>
+#include <sys/types.h>
+#include <termios.h>
+#include <vector>
+
+// A child process without a terminal; ended by its ID when the record goes.
+class Child {
+public:
+    explicit Child(const std::vector<std::string> &aszArg);
+    ~Child();
+    void Signal(int lSignal) const;
+    // Reads its standard output until szText has appeared.
+    bool WaitForOutput(const std::string &szText);
+
+private:
+    pid_t lPid_;
+    int lOut_;
+};
+
+class PtySession {
+public:
+    explicit PtySession(const std::vector<std::string> &aszArg);
+    ~PtySession();
+    void Type(const std::string &szKeys) const;
+    // Reads on until szText has appeared behind what the last call returned; returns everything up to its end,
+    // or all that came when it does not appear in time.
+    std::string ReadUntil(const std::string &szText, int lSeconds = 30);
+    void HangUp();
+    // The exit status, 256 and more for a signal, -1 when the program does not end in time.
+    int WaitExit(int lSeconds = 30);
+    struct termios Settings() const;
+    pid_t Pid() const { return lPid_; }
+
+private:
+    pid_t lPid_;
+    int lMaster_;
+    int lSlave_; // kept open so that the settings can be looked at after the program's end
+    std::string szPending_;
+};
+
+#endif

@@ -1,0 +1,71 @@
+// Entry of every test program. It runs itself again inside private user, mount and network namespaces, with
+// empty /var/log and /tmp and a loopback of its own, so that the runtime's fixed paths and ports are nobody
+// else's.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <string>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+static const char g_szInside[] = "KS_TEST_SANDBOX";
+
+static bool TestRaiseLoopback() {
+    const int lSocket = socket(AF_INET, SOCK_DGRAM, 0);
+    struct ifreq stReq = {};
+    strcpy(stReq.ifr_name, "lo");
+    stReq.ifr_flags = IFF_UP | IFF_RUNNING;
+    const bool bDone = ioctl(lSocket, SIOCSIFFLAGS, &stReq) == 0;
+    close(lSocket);
+    return bDone;
+}
+
+static void TestEnterSandbox(char **argv) {
+    if (getenv(g_szInside) != nullptr) {
+        if (!TestRaiseLoopback() || mount("tmpfs", "/var/log", "tmpfs", 0, nullptr) != 0 ||
+            mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) != 0) {
+            perror("sandbox");
+            exit(1);
+        }
+        return;
+    }
+    if (system("unshare -Urmn true 2>/dev/null") != 0) {
+        fprintf(stderr, "private namespaces are not permitted: using this machine's own files and ports\n");
+        return;
+    }
+    setenv(g_szInside, "1", 1);
+    std::vector<char *> apcArg = {strdup("unshare"), strdup("-Urmn"), strdup("--"), strdup("/proc/self/exe")};
+    std::string szSelf(4096, '\0');
+    szSelf.resize(static_cast<size_t>(readlink("/proc/self/exe", szSelf.data(), szSelf.size())));
+    apcArg.back() = szSelf.data();
+    for (char **ppcArg = argv + 1; *ppcArg != nullptr; ppcArg++) {
+        apcArg.push_back(*ppcArg);
+    }
+    apcArg.push_back(nullptr);
+    execvp("unshare", apcArg.data());
+    perror("unshare");
+    exit(1);
+}
+
+static bool TestOnlyLists(int argc, char **argv) {
+    for (int i = 1; i < argc; i++) {
+        if (strcmp(argv[i], "--gtest_list_tests") == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int main(int argc, char **argv) {
+    if (!TestOnlyLists(argc, argv)) {
+        TestEnterSandbox(argv);
+    }
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

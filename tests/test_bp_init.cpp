@@ -1,0 +1,132 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include "bp/bp.h"
+#include "tests/support/bus_peer.h"
+#include "tests/support/capture.h"
+#include "tests/support/files.h"
+
+TEST(Init, NameMissing_OpensNoLog) {
+    Capture stOut(stdout);
+    EXPECT_EQ(BP_MwareInit(nullptr, 257), BP_ERR_PARAM);
+    EXPECT_EQ(BP_MwareInit("", 257), BP_ERR_PARAM);
+    EXPECT_EQ(stOut.Stop(), "BP_MwareInit(): proc name invalid.\nBP_MwareInit(): proc name invalid.\n");
+    EXPECT_EQ(BP_Read(g_stBPLogMgr.ulModuleNum), 0U);
+    EXPECT_EQ(BP_MwareInit("ks", 257), BP_OK); // nothing had been started
+}
+
+static void ExpectFailure(const char *pcName, uint32_t ulProcID, uint32_t ulRet,
+                          const std::vector<std::string> &aszLine) {
+    EXPECT_EQ(BP_MwareInit(pcName, ulProcID), ulRet);
+    const std::string szLog = ReadFile(g_stBPLogMgr.astLogModule[0].stLogFile.szCurName);
+    size_t ulPos = 0;
+    for (const std::string &szLine : aszLine) {
+        ulPos = szLog.find(szLine, ulPos);
+        ASSERT_NE(ulPos, std::string::npos) << szLine << "\n" << szLog;
+    }
+    EXPECT_EQ(BP_GetProcInfo()->lEpollFd, -1);
+    EXPECT_EQ(BP_GetProcInfo()->lSocket, -1);
+    EXPECT_EQ(BP_GetProcInfo()->lSendSocket, -1);
+}
+
+TEST(Init, UnknownProcessID) {
+    ExpectFailure("ks", 300, BP_ERR_FAIL,
+                  {"[I(0)][bp_module-", "[BP_MwareInit]current process name is 'ks'.",
+                   "[BP_ProcInit]fail to find process info by procid 300.",
+                   "[BP_MwareInit]fail to init process."});
+}
+
+TEST(Init, NameWithoutCommandModule) {
+    ExpectFailure("ks2", 257, BP_ERR_FAIL,
+                  {"[BP_ProcInit]socket init 0 127.0.0.1",
+                   "[BP_RegistModule]fail to find module info by name ks2_cmd.",
+                   "[BP_ProcInit]fail to regist cmd module.", "[BP_MwareInit]fail to init process."});
+}
+
+TEST(Init, NameOfAnotherProcess) {
+    ExpectFailure(
+        "MW_IWARE", 101, BP_ERR_FAIL,
+        {"[BP_RegistModule]cur proc id 101 != module proc id 102", "[BP_ProcInit]fail to regist cmd module."});
+}
+
+TEST(Init, NameTooLong) {
+    ExpectFailure(std::string(60, 'n').c_str(), 257, BP_ERR_PARAM,
+                  {"[E(2)]", "[BP_ProcInit]proc name too long: nnn", "[BP_MwareInit]fail to init process."});
+}
+
+TEST(Init, LongestName_IsNotTooLong) {
+    ExpectFailure(std::string(59, 'n').c_str(), 257, BP_ERR_FAIL, {"fail to find module info by name nnn"});
+}
+
+TEST(Init, PortTaken) {
+    BusSocket stTaken(PORT_MWARE);
+    // SO_REUSEADDR on both sides would share the port; the peer does not set it.
+    ExpectFailure("MW_MWARE", 101, BP_ERR_FAIL,
+                  {"[BP_ProcInit]socket init 2048 127.0.0.1", "[W(1)]",
+                   "[BP_InitSocket]socket bind failed usLocPort = ;2048", "[BP_ProcInit]fail to init socket."});
+}
+
+TEST(Init, TooManyBuffersConfigured) {
+    g_astSlabConfig[0].ulNum = 1000;
+    ExpectFailure("ks", 257, BP_ERR_FAIL,
+                  {"[BP_InitBufManager]totle slab buf num", "[BP_ProcInit]fail to init buf manager."});
+}
+
+// The log opens a file and closes it again within one call; with no descriptor left, epoll is what fails.
+TEST(Init, NoDescriptors) {
+    struct rlimit stLimit = {3, 3};
+    const struct rlimit stOld = [] {
+        struct rlimit st = {};
+        getrlimit(RLIMIT_NOFILE, &st);
+        return st;
+    }();
+    stLimit.rlim_max = stOld.rlim_max;
+    Capture stErr(stderr); // the log cannot open its file either
+    setrlimit(RLIMIT_NOFILE, &stLimit);
+    const uint32_t ulRet = BP_MwareInit("ks", 257);
+    setrlimit(RLIMIT_NOFILE, &stOld);
+    EXPECT_EQ(ulRet, BP_ERR_FAIL);
+    EXPECT_NE(stErr.Stop().find("[bp_log-878]Open file /var/log/ks00.log failed:Too many open files"),
+              std::string::npos);
+    EXPECT_EQ(BP_GetProcInfo()->lEpollFd, -1);
+}
+
+TEST(Init, Console_HasBothModulesAndTheirThreads) {
+    ASSERT_EQ(BP_MwareInit("ks", 0xABC00000 + 257), BP_OK); // the low 16 bits count
+    const BP_ProcInfo *pstProc = BP_GetProcInfo();
+    EXPECT_STREQ(pstProc->szProcName, "ks");
+    EXPECT_EQ(pstProc->usProcID, 257);
+    EXPECT_EQ(pstProc->ulCmdModuleID, 0x90009001U);
+    EXPECT_EQ(pstProc->ulMainModuleID, BP_MODULE_ID_MAIN);
+    EXPECT_EQ(pstProc->lSocket, pstProc->lSendSocket);
+    EXPECT_STREQ(BP_GetCurThreadName(), "ks");
+    struct sockaddr_in stAddr = {};
+    socklen_t ulLen = sizeof(stAddr);
+    getsockname(pstProc->lSocket, reinterpret_cast<struct sockaddr *>(&stAddr), &ulLen);
+    EXPECT_EQ(stAddr.sin_port, 0);
+    EXPECT_TRUE(AllSlabsFull());
+    const auto szThreads = [] { return ReadFile("/tmp/ThreadInfo[" + std::to_string(getpid()) + "].log"); };
+    EXPECT_TRUE(
+        WaitFor([&] { return CountOf(szThreads(), "ks_cmd:") == 1 && CountOf(szThreads(), "ks:") == 1; }));
+    const std::string szLog = ReadFile("/var/log/ks00.log");
+    EXPECT_NE(szLog.find("[BP_MwareInit]BP_MwareInit succeed."), std::string::npos);
+    EXPECT_EQ(CountOf(szLog, "[E("), 0U);
+}
+
+TEST(Init, Mware_RegistersItsMainModuleItself) {
+    ASSERT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
+    EXPECT_EQ(BP_GetModuleByID(BP_MODULE_ID_MAIN), nullptr);
+    EXPECT_NE(BP_GetModuleByID(BP_MODULE_ID_MWARE_CMD), nullptr);
+    EXPECT_EQ(CountOf(ReadFile("/var/log/MW_MWARE00.log"), "[BP_ProcInit]BP_RegistModule MW_MWARE later!"), 1U);
+}
+
+TEST(Init, SecondStart_IsRefusedAndHarmless) {
+    ASSERT_EQ(BP_MwareInit("MW_IWARE", 102), BP_OK);
+    const int lSocket = BP_GetProcInfo()->lSocket;
+    EXPECT_EQ(BP_MwareInit("ks", 257), BP_ERR_FAIL);
+    EXPECT_STREQ(BP_GetProcInfo()->szProcName, "MW_IWARE");
+    EXPECT_EQ(BP_GetProcInfo()->lSocket, lSocket);
+    EXPECT_FALSE(FileExists("/var/log/ks00.log"));
+    EXPECT_EQ(CountOf(ReadFile("/var/log/MW_IWARE00.log"), "[E(1)]"), 1U);
+    EXPECT_EQ(CountOf(ReadFile("/var/log/MW_IWARE00.log"), "started as 'MW_IWARE' already"), 1U);
+}

@@ -1,0 +1,249 @@
+#include <algorithm>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+#include "bp/bp.h"
+#include "tests/support/bus_peer.h"
+#include "tests/support/files.h"
+
+static const char g_szLog[] = "/var/log/t00.log";
+
+class Slab : public testing::Test {
+protected:
+    // A process whose threads are called pcProcName; "" is one without a name and therefore not exempt.
+    static void Start(uint16_t usProcID) {
+        BP_InitLog("t");
+        BP_RegCmdModuleID("BP", 0, 0, BP_LOG_BP_MODULE_ID);
+        BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 1U);
+        BP_GetProcInfo()->usProcID = usProcID;
+        ASSERT_EQ(BP_InitBufManager(), BP_OK);
+    }
+    static std::vector<BP_SlabBuf *> TakeAll(uint32_t ulSize, uint32_t ulType) {
+        std::vector<BP_SlabBuf *> apstBuf;
+        while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(ulSize, ulType)) {
+            apstBuf.push_back(pstBuf);
+        }
+        return apstBuf;
+    }
+    static void FreeAll(std::vector<BP_SlabBuf *> *papstBuf) {
+        for (BP_SlabBuf *pstBuf : *papstBuf) {
+            EXPECT_EQ(BP_SlabFreeBuf(pstBuf), BP_OK);
+        }
+        papstBuf->clear();
+    }
+};
+
+TEST_F(Slab, GetBuf_TakesFromTheSmallestClassThatFits) {
+    Start(0);
+    const struct {
+        uint32_t ulSize, ulType;
+        int lBid; // -1: none
+    } astCase[] = {{0, 0, 744},    {128, 0, 744},  {129, 0, 616},  {256, 0, 616},  {512, 0, 552},
+                   {1024, 0, 520}, {2048, 0, 504}, {4096, 0, 496}, {4097, 0, 492}, {16384, 0, 492},
+                   {16385, 0, -1}, {4, 1, 236},    {8, 1, 236},    {9, 1, -1},     {4, 2, -1}};
+    for (const auto &stCase : astCase) {
+        SCOPED_TRACE(stCase.ulSize);
+        BP_SlabBuf *pstBuf = BP_SlabGetBuf(stCase.ulSize, stCase.ulType);
+        ASSERT_EQ(pstBuf != nullptr ? pstBuf->usBid : -1, stCase.lBid);
+        if (pstBuf != nullptr) {
+            EXPECT_EQ(BP_Read(pstBuf->usLen), stCase.ulSize);
+            EXPECT_EQ(BP_Read(pstBuf->ucFlag), BP_BUF_TAKEN);
+            EXPECT_FALSE(BP_ListNodeLinked(&pstBuf->stNode));
+            EXPECT_EQ(BP_SlabFreeBuf(pstBuf), BP_OK);
+        }
+    }
+    EXPECT_EQ(ReadFile(g_szLog), "");
+    EXPECT_TRUE(AllSlabsFull());
+}
+
+TEST_F(Slab, BuffersOfAllClassesAreDisjoint) {
+    Start(257);
+    std::vector<std::pair<uint8_t *, uint32_t>> astRange;
+    for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
+        const uint32_t ulType = i == BP_SLAB_CLASS_TIMER ? BP_SLAB_TYPE_TIMER : BP_SLAB_TYPE_MSG;
+        for (BP_SlabBuf *pstBuf : TakeAll(g_astSlabConfig[i].ulSize, ulType)) {
+            if (pstBuf->usSlabId == i) {
+                astRange.emplace_back(pstBuf->pucData, g_astSlabConfig[i].ulSize);
+            }
+        }
+    }
+    ASSERT_EQ(astRange.size(), 764U);
+    std::sort(astRange.begin(), astRange.end());
+    for (size_t i = 1; i < astRange.size(); i++) {
+        ASSERT_LE(astRange[i - 1].first + astRange[i - 1].second, astRange[i].first);
+    }
+    EXPECT_EQ(astRange.back().first + astRange.back().second - astRange.front().first, 264192);
+}
+
+TEST_F(Slab, Reserve_IsForExemptCallersOnly) {
+    const struct {
+        uint32_t ulSize, ulType, ulKept;
+    } astCase[] = {{128, 0, 10}, {256, 0, 5},  {512, 0, 2},   {1024, 0, 0},
+                   {2048, 0, 0}, {4096, 0, 0}, {16384, 0, 0}, {8, 1, 0}};
+    Start(0);
+    for (const auto &stCase : astCase) {
+        SCOPED_TRACE(stCase.ulSize);
+        BP_GetProcInfo()->usProcID = 0; // nobody in particular
+        std::vector<BP_SlabBuf *> apstBuf = TakeAll(stCase.ulSize, stCase.ulType);
+        BP_SlabInfo stInfo = {};
+        BP_GetSlabInfo(apstBuf.back()->usSlabId, &stInfo);
+        EXPECT_EQ(stInfo.ulFreeNum, stCase.ulKept);
+        BP_GetProcInfo()->usProcID = 257; // ks
+        std::vector<BP_SlabBuf *> apstRest = TakeAll(stCase.ulSize, stCase.ulType);
+        EXPECT_EQ(apstRest.size(), stCase.ulKept);
+        FreeAll(&apstRest);
+        FreeAll(&apstBuf);
+    }
+    EXPECT_TRUE(AllSlabsFull());
+    EXPECT_EQ(
+        CountOf(ReadFile("/var/log/t00.debug"), "[BP_IsSlabBufAvaliable]slab buff(size 128) has only 10."), 1U);
+    EXPECT_EQ(CountOf(ReadFile("/var/log/t00.debug"), "[BP_SlabGetBuf]fail to get buf from slab manager 0."),
+              1U);
+}
+
+TEST_F(Slab, Shortage_IsReportedOncePerLatch) {
+    static const char szLine[] = "[E(1)][bp_module-";
+    static const char szFull[] = "[BP_SlabGetBuf]Slab full, Print Slab_*.log. Size=";
+    Start(0);
+    std::vector<BP_SlabBuf *> apstTimer = TakeAll(4, BP_SLAB_TYPE_TIMER);
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), szFull), 1U);
+    TakeAll(4, BP_SLAB_TYPE_TIMER);
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), szFull), 1U);
+    FreeAll(&apstTimer);
+    apstTimer = TakeAll(4, BP_SLAB_TYPE_TIMER); // plenty were free, which opened the latch
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), std::string(szFull) + "4, Type=1"), 2U);
+    FreeAll(&apstTimer);
+    FreeAll(&(apstTimer = {BP_SlabGetBuf(4, BP_SLAB_TYPE_TIMER)}));
+
+    std::vector<BP_SlabBuf *> apstMsg = TakeAll(16384, BP_SLAB_TYPE_MSG);
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), std::string(szFull) + "16384, Type=0"), 1U);
+    FreeAll(&apstMsg);
+    apstMsg = TakeAll(16384, BP_SLAB_TYPE_MSG);
+    apstTimer = TakeAll(4, BP_SLAB_TYPE_TIMER); // the message latch stays shut, for either kind
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), szFull), 3U);
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), szLine), 3U);
+    FreeAll(&apstMsg);
+    FreeAll(&apstTimer);
+}
+
+TEST_F(Slab, FreeBuf_WrongBuffers_AreReportedAndChangeNothing) {
+    Start(0);
+    BP_SlabBuf stForeign;
+    stForeign.usSlabId = 8;
+    EXPECT_EQ(BP_SlabFreeBuf(nullptr), BP_ERR_PARAM);
+    EXPECT_EQ(BP_SlabFreeBuf(&stForeign), BP_ERR_PARAM);
+    BP_SlabBuf *pstBuf = BP_SlabGetBuf(10, BP_SLAB_TYPE_MSG);
+    EXPECT_EQ(BP_SlabFreeBuf(pstBuf), BP_OK);
+    EXPECT_EQ(BP_SlabFreeBuf(pstBuf), BP_OK);
+    EXPECT_TRUE(AllSlabsFull());
+    EXPECT_EQ(BP_SlabGetBuf(10, BP_SLAB_TYPE_MSG), pstBuf); // last in, first out
+    BP_SlabFreeBuf(pstBuf);
+    const std::string szLog = ReadFile(g_szLog);
+    EXPECT_EQ(CountOf(szLog, "[BP_SlabFreeBuf]invalid input params."), 1U);
+    EXPECT_EQ(CountOf(szLog, "[BP_SlabFreeBuf]invalid slabid 8."), 1U);
+    EXPECT_EQ(CountOf(szLog, "[BP_SlabFreeBuf]buffer has been freed - slab 0 bid:744 f:0"), 1U);
+}
+
+TEST_F(Slab, FreeBuf_StillQueued_LeavesTheQueueIntact) {
+    Start(0);
+    BP_ListCtrl stQueue;
+    stQueue.Init(BP_NO_LIMIT);
+    BP_SlabBuf *apstBuf[3];
+    for (BP_SlabBuf *&pstBuf : apstBuf) {
+        pstBuf = BP_SlabGetBuf(50, BP_SLAB_TYPE_MSG);
+        ASSERT_EQ(BP_ModuleAddMsg(&stQueue, pstBuf), BP_OK);
+    }
+    EXPECT_EQ(BP_ModuleAddMsg(&stQueue, apstBuf[1]), BP_ERR_PARAM); // is queued already
+    EXPECT_EQ(BP_SlabFreeBuf(apstBuf[1]), BP_OK);
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_SlabFreeBuf]buffer has not be del - slab 0 bid:745 f:0"), 1U);
+    EXPECT_EQ(BP_QueueLength(&stQueue), 2U);
+    EXPECT_EQ(BP_ModuleGetMsg(&stQueue, BP_GET_FIRST, 0), apstBuf[0]);
+    EXPECT_EQ(BP_ModuleGetMsg(&stQueue, BP_GET_FIRST, 0), apstBuf[2]);
+    BP_SlabFreeBuf(apstBuf[0]);
+    BP_SlabFreeBuf(apstBuf[2]);
+    EXPECT_TRUE(AllSlabsFull());
+}
+
+// One thread frees what it has queued, while the queue's reader takes what it can get and frees that: each
+// buffer comes back once, whoever was first.
+TEST_F(Slab, FreeBuf_RacingTheQueuesReader_GivesEachBufferBackOnce) {
+    Start(257);
+    BP_SetLogLevel(BP_LOG_LEVEL_FATAL);
+    BP_ListCtrl stQueue;
+    stQueue.Init(BP_NO_LIMIT);
+    for (int i = 0; i < 200; i++) {
+        std::vector<BP_SlabBuf *> apstBuf = TakeAll(50, BP_SLAB_TYPE_MSG);
+        for (BP_SlabBuf *pstBuf : apstBuf) {
+            BP_ModuleAddMsg(&stQueue, pstBuf);
+        }
+        std::thread stReader([&] {
+            while (BP_SlabBuf *pstBuf = BP_ModuleGetMsg(&stQueue, BP_GET_FIRST, 0)) {
+                BP_SlabFreeBuf(pstBuf);
+            }
+        });
+        std::reverse(apstBuf.begin(), apstBuf.end());
+        FreeAll(&apstBuf);
+        stReader.join();
+        ASSERT_EQ(BP_QueueLength(&stQueue), 0U);
+        ASSERT_TRUE(AllSlabsFull());
+    }
+}
+
+TEST_F(Slab, TimeoutMark_ReachesOnlyItsOwnUse) {
+    Start(0);
+    BP_SlabBuf *pstBuf = BP_SlabGetBuf(50, BP_SLAB_TYPE_MSG);
+    const uint32_t ulUse = BP_SlabUseSeq(pstBuf);
+    BP_SlabMarkTimeout(pstBuf, ulUse);
+    EXPECT_EQ(BP_Read(pstBuf->ucFlag), BP_BUF_TAKEN | BP_BUF_TIMEOUT);
+    EXPECT_TRUE(BP_SlabEndUse(pstBuf));
+    BP_SlabMarkTimeout(pstBuf, ulUse); // changed hands
+    EXPECT_EQ(BP_Read(pstBuf->ucFlag), BP_BUF_TAKEN);
+    BP_SlabFreeBuf(pstBuf);
+    BP_SlabMarkTimeout(pstBuf, ulUse); // given back
+    EXPECT_EQ(BP_Read(pstBuf->ucFlag), 0);
+    ASSERT_EQ(BP_SlabGetBuf(50, BP_SLAB_TYPE_MSG), pstBuf);
+    BP_SlabMarkTimeout(pstBuf, ulUse); // somebody else's
+    EXPECT_EQ(BP_Read(pstBuf->ucFlag), BP_BUF_TAKEN);
+}
+
+TEST_F(Slab, TooManyBuffersConfigured_Fails) {
+    BP_InitLog("t");
+    BP_RegCmdModuleID("BP", 0, 0, BP_LOG_BP_MODULE_ID);
+    g_astSlabConfig[0].ulNum += 1001 - 764;
+    EXPECT_EQ(BP_InitBufManager(), BP_ERR_FAIL);
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_InitBufManager]totle slab buf num 1001 > 1000."), 1U);
+}
+
+TEST_F(Slab, ManyThreads_CountsAlwaysAddUp) {
+    Start(257);
+    std::atomic<bool> bDone{false};
+    std::vector<std::thread> astThread;
+    for (uint32_t i = 0; i < 4; i++) {
+        astThread.emplace_back([i] {
+            for (uint32_t j = 0; j < 5000; j++) {
+                BP_SlabBuf *pstBuf = BP_SlabGetBuf((i * 7919 + j * 104729) % 16384, BP_SLAB_TYPE_MSG);
+                if (pstBuf != nullptr) {
+                    pstBuf->pucData[0] = static_cast<uint8_t>(i); // a data race if anybody else holds it
+                    BP_SlabFreeBuf(pstBuf);
+                }
+            }
+        });
+    }
+    std::thread stObserver([&] {
+        while (!bDone) {
+            for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
+                BP_SlabInfo stInfo = {};
+                BP_GetSlabInfo(i, &stInfo);
+                ASSERT_EQ(stInfo.ulFreeNum + stInfo.ulUsedNum, stInfo.ulTotal);
+            }
+        }
+    });
+    for (auto &stThread : astThread) {
+        stThread.join();
+    }
+    bDone = true;
+    stObserver.join();
+    EXPECT_TRUE(AllSlabsFull());
+}

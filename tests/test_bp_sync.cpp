@@ -1,0 +1,296 @@
+#include <csignal>
+#include <gtest/gtest.h>
+#include <thread>
+
+#include "bp/bp.h"
+#include "tests/support/bus_peer.h"
+#include "tests/support/files.h"
+
+static constexpr uint32_t MW_CTRL = 0x90000001;
+static constexpr uint32_t MW_PTZ = 0x90000003;
+
+// The console's process, with the target played by a script.
+class SyncRemote : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(BP_MwareInit("ks", 257), BP_OK); }
+    void TearDown() override {
+        EXPECT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << AllSlabsFull();
+    }
+    static std::string Ask(const std::string &szText, uint32_t ulTimeout, uint32_t ulMsgCode = 31060) {
+        char *pcAnswer = nullptr;
+        const uint32_t ulRet =
+            BP_SendCmdMsg(szText.c_str(), BP_MODULE_ID_MWARE_CMD, ulMsgCode, ulTimeout, &pcAnswer);
+        const std::string szAnswer = ulRet == BP_OK ? pcAnswer : "error " + std::to_string(ulRet);
+        free(pcAnswer);
+        return szAnswer;
+    }
+};
+
+TEST_F(SyncRemote, FirstRequests_LeaveByteForByte) {
+    ScriptedTarget stTarget(PORT_MWARE, AnswerAll("ok"));
+    EXPECT_EQ(Ask("dbgcmd", 10, 31051), "ok");
+    EXPECT_EQ(Ask("dbgcmd", 10, 31052), "ok");
+    const std::vector<WireMsg> astReq = stTarget.Requests();
+    ASSERT_EQ(astReq.size(), 2U);
+    for (uint8_t i = 0; i < 2; i++) {
+        const uint8_t ucCode = static_cast<uint8_t>(0x4B + i);
+        const uint8_t aucHead[] = {0x35, 0x23, 0x12, 0xDE, 0,    0,    0,    0,    ucCode, 0x79, 0,    0, i,
+                                   0,    0,    0,    0xFF, 0xFF, 0xFF, 0xFF, 0xFE, 0xFF,   0xFF, 0xFF, 1, 1,
+                                   101,  0,    46,   0,    0,    0,    0,    0,    0,      0,    0,    0};
+        EXPECT_EQ(Bytes(astReq[i]).substr(0, 38), std::string(reinterpret_cast<const char *>(aucHead), 38));
+        EXPECT_EQ(astReq[i].szPayload, "dbgcmd");
+    }
+}
+
+TEST_F(SyncRemote, AnswerTexts) {
+    const struct {
+        std::string szPayload, szText;
+    } astCase[] = {{"abc", "abc"},
+                   {"", ""},
+                   {std::string("abc\0def", 7), "abc"},
+                   {std::string(8152, 'x'), std::string(8152, 'x')}};
+    ScriptedTarget stTarget(PORT_MWARE, AnswerAll(""));
+    for (const auto &stCase : astCase) {
+        stTarget.SetScript(AnswerAll(stCase.szPayload));
+        EXPECT_EQ(Ask("x", 10), stCase.szText);
+    }
+}
+
+// Whatever a target does instead of answering once and properly, the next request works and every buffer comes
+// back.
+TEST_F(SyncRemote, MisbehavingTarget_CostsNothing) {
+    using Replies = std::vector<std::string>;
+    const auto pfnForeign = [](const WireMsg &stReq) {
+        WireMsg stAck = MakeAck(stReq, "for somebody else");
+        stAck.stHdr.AssiMsgId += 1000;
+        return Bytes(stAck);
+    };
+    const struct {
+        const char *pcName;
+        ScriptedTarget::Script pfnScript;
+        std::string szAnswer;
+    } astCase[] = {
+        {"silence", [](const WireMsg &) { return Replies{}; }, "error 1057"},
+        {"twice",
+         [](const WireMsg &r) {
+             return Replies{Bytes(MakeAck(r, "a")), Bytes(MakeAck(r, "b"))};
+         },
+         "a"},
+        {"foreign first",
+         [&](const WireMsg &r) {
+             return Replies{pfnForeign(r), Bytes(MakeAck(r, "a"))};
+         },
+         "a"},
+        {"foreign only", [&](const WireMsg &r) { return Replies{pfnForeign(r)}; }, "error 1057"},
+        {"garbage first",
+         [](const WireMsg &r) {
+             return Replies{std::string(500, '#'), Bytes(MakeAck(r, "a"))};
+         },
+         "a"},
+        {"split",
+         [](const WireMsg &r) {
+             const std::string szAll = Bytes(MakeAck(r, "in pieces"));
+             return Replies{szAll.substr(0, 30), szAll.substr(30, 12), szAll.substr(42)};
+         },
+         "in pieces"},
+        {"oversized first",
+         [](const WireMsg &r) {
+             return Replies{std::string(20000, '#'), Bytes(MakeAck(r, "a"))};
+         },
+         "a"},
+        {"not an answer",
+         [](const WireMsg &r) {
+             WireMsg stMsg = MakeAck(r, "a request");
+             stMsg.stHdr.ulMsgType = 0;
+             return Replies{Bytes(stMsg)};
+         },
+         "error 1057"},
+        {"to a stranger",
+         [](const WireMsg &r) {
+             WireMsg stAck = MakeAck(r, "x");
+             stAck.stHdr.ulModuleDstID = 12345;
+             return Replies{Bytes(stAck)};
+         },
+         "error 1057"},
+    };
+    ScriptedTarget stTarget(PORT_MWARE, AnswerAll(""));
+    for (const auto &stCase : astCase) {
+        SCOPED_TRACE(stCase.pcName);
+        stTarget.SetScript(stCase.pfnScript);
+        EXPECT_EQ(Ask("x", 1), stCase.szAnswer);
+        stTarget.SetScript(AnswerAll("good"));
+        EXPECT_EQ(Ask("x", 10), "good");
+    }
+}
+
+TEST_F(SyncRemote, TimedOutWait_IsLoggedAndItsLateAnswerGivenBack) {
+    ScriptedTarget stTarget(PORT_MWARE, [](const WireMsg &) { return std::vector<std::string>{}; });
+    EXPECT_EQ(Ask("x", 0), "error 1057");
+    EXPECT_EQ(CountOf(ReadFile("/var/log/ks00.log"),
+                      "[BP_InnerSendSyncMsg]wait response msg timeout(10 0)(ffffffff fffffffe),Cmd(31060)"),
+              1U);
+    EXPECT_EQ(CountOf(ReadFile("/var/log/ks00.log"), "[E(1057)][bp_sendmsg-"), 1U);
+    ASSERT_TRUE(WaitFor([&] { return stTarget.Requests().size() == 1; }));
+    for (int i = 0; i < 300; i++) { // more than a class holds
+        stTarget.SendLate(Bytes(MakeAck(stTarget.Requests()[0], "too late")));
+    }
+    BP_ModuleInfo *pstMain = BP_GetModuleByID(BP_MODULE_ID_MAIN);
+    EXPECT_TRUE(WaitFor([&] { return BP_QueueLength(&pstMain->stAckQueue) == 0 && AllSlabsFull(); }));
+}
+
+// A thousand requests from several threads at once, a hundred of them unanswered, late or answered twice.
+TEST_F(SyncRemote, ThousandRequests_LeaveEveryClassFull) {
+    std::atomic<uint32_t> ulSeen{0};
+    std::vector<std::string> aszHeldBack;
+    ScriptedTarget stTarget(PORT_MWARE, [&](const WireMsg &stReq) {
+        const std::string szAck = Bytes(MakeAck(stReq, stReq.szPayload));
+        std::vector<std::string> aszReply = {szAck};
+        switch (ulSeen++ % 30) {
+        case 0:
+            return std::vector<std::string>{};
+        case 1:
+            aszReply.push_back(szAck);
+            break;
+        case 2:
+            aszHeldBack.push_back(szAck);
+            return std::vector<std::string>{};
+        default:
+            if (ulSeen > 900) { // by then their waits are long over
+                aszReply.insert(aszReply.end(), aszHeldBack.begin(), aszHeldBack.end());
+                aszHeldBack.clear();
+            }
+        }
+        return aszReply;
+    });
+    std::atomic<uint32_t> ulGood{0};
+    std::atomic<uint32_t> ulTimedOut{0};
+    std::vector<std::thread> astThread;
+    for (int i = 0; i < 20; i++) {
+        astThread.emplace_back([&, i] {
+            for (int j = 0; j < 50; j++) {
+                const std::string szText = std::to_string(i) + "/" + std::to_string(j);
+                const std::string szAnswer = Ask(szText, 1);
+                ulGood += szAnswer == szText;
+                ulTimedOut += szAnswer == "error 1057";
+            }
+        });
+    }
+    for (auto &stThread : astThread) {
+        stThread.join();
+    }
+    EXPECT_EQ(ulGood + ulTimedOut, 1000U); // nobody ever got somebody else's answer
+    EXPECT_GT(ulTimedOut, 30U);
+    EXPECT_GT(ulGood, 0U);
+}
+
+TEST_F(SyncRemote, WrongArguments) {
+    char *pcAnswer = nullptr;
+    BP_StructMsg stEmpty = {};
+    BP_StructMsg stRsp = {};
+    ASSERT_EQ(BP_RegCmdModuleID("target", 0, 0, BP_MODULE_ID_MWARE_CMD),
+              BP_OK); // the command call logs as the target
+    EXPECT_EQ(BP_SendCmdMsg(nullptr, BP_MODULE_ID_MWARE_CMD, 1, 0, &pcAnswer), BP_ERR_PARAM);
+    EXPECT_EQ(BP_SendCmdMsg("x", BP_MODULE_ID_MWARE_CMD, 1, 0, nullptr), BP_ERR_PARAM);
+    EXPECT_EQ(BP_SendCmdMsg("x", 0x90000006, 1, 0, &pcAnswer), BP_ERR_FAIL);
+    EXPECT_EQ(BP_SendCmdMsg(std::string(20000, 'x').c_str(), BP_MODULE_ID_MWARE_CMD, 1, 0, &pcAnswer),
+              BP_ERR_PARAM);
+    EXPECT_EQ(BP_InnerSendSyncMsg(1, 1, nullptr, &stRsp, 0), BP_ERR_PARAM);
+    EXPECT_EQ(BP_InnerSendSyncMsg(1, 1, &stEmpty, &stRsp, 0), BP_ERR_PARAM);
+    EXPECT_EQ(pcAnswer, nullptr);
+    const std::string szLog = ReadFile("/var/log/ks00.log");
+    for (const char *pcLine :
+         {"]Param illegal pcCmdData:(nil)", "[BP_InnerSendSyncMsg]fail to config msg head.",
+          "]fail to BP_InnerSendSyncMsg MsgCode:1", "[BP_InnerSendSyncMsg]invalid input param."}) {
+        EXPECT_GE(CountOf(szLog, pcLine), 1U) << pcLine << "\n" << szLog;
+    }
+}
+
+static void OnAlarm(int) {}
+
+TEST_F(SyncRemote, SignalsDoNotUseUpTheLimit) {
+    struct sigaction stAction = {};
+    stAction.sa_handler = OnAlarm; // without SA_RESTART: every sleep is interrupted
+    sigaction(SIGALRM, &stAction, nullptr);
+    const pthread_t ulSelf = pthread_self();
+    std::atomic<bool> bDone{false};
+    std::thread stStorm([&] {
+        while (!bDone) {
+            pthread_kill(ulSelf, SIGALRM);
+            usleep(500);
+        }
+    });
+    struct timespec stStart = {};
+    struct timespec stEnd = {};
+    clock_gettime(CLOCK_MONOTONIC, &stStart);
+    EXPECT_EQ(Ask("x", 1), "error 1057");
+    clock_gettime(CLOCK_MONOTONIC, &stEnd);
+    bDone = true;
+    stStorm.join();
+    EXPECT_GE((stEnd.tv_sec - stStart.tv_sec) * 1000 + (stEnd.tv_nsec - stStart.tv_nsec) / 1000000, 990);
+}
+
+// Requests between modules of one process.
+class SyncLocal : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
+        ASSERT_EQ(BP_RegistModule("MW_CTRL", 1, nullptr), BP_OK);
+        ASSERT_EQ(BP_RegistModule("MW_PTZ", 1, nullptr), BP_OK);
+        ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK);
+    }
+    void TearDown() override {
+        EXPECT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << AllSlabsFull();
+    }
+};
+
+static uint32_t Echo(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    (void)ulMsgCode;
+    uint8_t *pucText = nullptr;
+    uint32_t ulLen = 0;
+    BP_DecodeStructMsgData(pstMsg, &pucText, &ulLen);
+    usleep(ulParam * 1000);
+    return BP_SendAckMsg(pstMsg, reinterpret_cast<char *>(pucText), ulLen);
+}
+
+static std::atomic<uint32_t> g_ulEqual;
+static std::atomic<uint32_t> g_ulLate;
+static std::atomic<uint32_t> g_ulDone;
+
+static uint32_t AskPtz(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    (void)pstMsg;
+    char *pcAnswer = nullptr;
+    const uint32_t ulRet = BP_SendCmdMsg("question", MW_PTZ, ulMsgCode, ulParam, &pcAnswer);
+    g_ulEqual += ulRet == BP_OK && strcmp(pcAnswer, "question") == 0;
+    g_ulLate += ulRet == BP_ERR_SYNC_TIMEOUT;
+    free(pcAnswer);
+    g_ulDone++;
+    return BP_OK;
+}
+
+TEST_F(SyncLocal, ModuleAsksModule_FromItsThread) {
+    ASSERT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, 1, Echo, 0), BP_OK);
+    ASSERT_EQ(BP_RegistMsgProc(MW_CTRL, BP_PROC_TABLE_NORMAL, 1, AskPtz, 10), BP_OK);
+    for (int i = 0; i < 20; i++) {
+        ASSERT_EQ(BP_PostMsg(MW_CTRL, 1, nullptr, 0), BP_OK);
+    }
+    EXPECT_TRUE(WaitFor([] { return g_ulDone == 20; }));
+    EXPECT_EQ(g_ulEqual, 20U);
+    EXPECT_EQ(BP_Read(BP_GetModuleByID(MW_CTRL)->ulAssiMsgSeq), 20U);
+}
+
+// Waits that end while the request is queued, being handled, or just answered.
+TEST_F(SyncLocal, WaitsThatRaceTheirAnswers_LoseNoBuffer) {
+    ASSERT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, 1, Echo, 10), BP_OK); // as long as the one step
+    ASSERT_EQ(BP_RegistMsgProc(MW_CTRL, BP_PROC_TABLE_NORMAL, 1, AskPtz, 0), BP_OK);
+    for (int i = 0; i < 100; i++) {
+        ASSERT_EQ(BP_PostMsg(MW_CTRL, 1, nullptr, 0), BP_OK);
+    }
+    EXPECT_TRUE(WaitFor([] { return g_ulDone == 100; }));
+    EXPECT_EQ(g_ulEqual + g_ulLate, 100U);
+}
+
+TEST_F(SyncLocal, PostMsg_Refusals) {
+    EXPECT_EQ(BP_PostMsg(MW_CTRL, 1, nullptr, 5), BP_ERR_FAIL);
+    EXPECT_EQ(BP_PostMsg(0x90000006, 1, nullptr, 0), BP_ERR_PARAM);
+    EXPECT_EQ(BP_PostMsg(BP_MODULE_ID_MAIN, 1, nullptr, 0), BP_ERR_FAIL); // a main module to a main module
+}

@@ -1,0 +1,216 @@
+// The way in, driven by hand: MW_MWARE has no main thread until it registers its main module, so the test's own
+// thread is the only one at the socket and the ring.
+#include <gtest/gtest.h>
+
+#include "bp/bp.h"
+#include "tests/support/bus_peer.h"
+#include "tests/support/files.h"
+
+static constexpr uint32_t MW_CTRL = 0x90000001;
+static const char g_szLog[] = "/var/log/MW_MWARE00.log";
+
+static std::mutex g_stSeenLock;
+static std::vector<std::string> g_aszSeen;
+
+static uint32_t Note(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    (void)ulMsgCode;
+    (void)ulParam;
+    uint8_t *pucText = nullptr;
+    uint32_t ulLen = 0;
+    BP_DecodeStructMsgData(pstMsg, &pucText, &ulLen);
+    const std::lock_guard<std::mutex> stGuard(g_stSeenLock);
+    g_aszSeen.emplace_back(reinterpret_cast<char *>(pucText), ulLen);
+    return BP_OK;
+}
+
+class Transport : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
+        ASSERT_EQ(BP_RegistModule("MW_CTRL", 1, nullptr), BP_OK);
+        ASSERT_EQ(BP_RegistMsgProc(MW_CTRL, BP_PROC_TABLE_NORMAL, 0, Note, 0), BP_OK);
+        pstRing_ = &BP_GetProcInfo()->stRecvRing;
+    }
+    void TearDown() override {
+        EXPECT_EQ(pstRing_->ulUsedLen + pstRing_->ulFreeLen, pstRing_->ulMaxSize);
+        EXPECT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << AllSlabsFull();
+    }
+    void Arrive(const std::vector<std::string> &aszDatagram) {
+        for (const std::string &szDatagram : aszDatagram) {
+            stPeer_.SendTo(PORT_MWARE, szDatagram);
+        }
+        EXPECT_EQ(BP_GetAndDispatchMsg(), BP_OK);
+    }
+    static std::string Msg(const std::string &szText, uint32_t ulDstID = MW_CTRL) {
+        return Bytes(MakeMsg(ulDstID, 1, szText));
+    }
+    static std::string MsgOfLength(uint16_t usMsgLen, const std::string &szText) {
+        WireMsg stMsg = MakeMsg(MW_CTRL, 1, szText);
+        stMsg.stHdr.usMsgLen = usMsgLen;
+        return Bytes(stMsg);
+    }
+    static testing::AssertionResult Delivered(const std::vector<std::string> &aszText) {
+        const auto pfnSame = [&] {
+            const std::lock_guard<std::mutex> stGuard(g_stSeenLock);
+            return g_aszSeen == aszText;
+        };
+        if (WaitFor(pfnSame, 10)) {
+            return testing::AssertionSuccess();
+        }
+        return testing::AssertionFailure() << g_aszSeen.size() << " messages of " << aszText.size();
+    }
+    static size_t Logged(const std::string &szLine) { return CountOf(ReadFile(g_szLog), szLine); }
+    BusSocket stPeer_;
+    BP_RecvRing *pstRing_ = nullptr;
+};
+
+// Datagrams as they arrive, what is delivered, and what is left in the ring.
+TEST_F(Transport, CutsDatagramsIntoMessages) {
+    const std::string szLong(3000, 'l');
+    const struct {
+        const char *pcName;
+        std::vector<std::string> aszDatagram;
+        std::vector<std::string> aszDelivered;
+        uint32_t ulLeft;
+    } astCase[] = {
+        {"one", {Msg("a")}, {"a"}, 0},
+        {"empty payload", {Msg("")}, {""}, 0},
+        {"empty datagram", {"", Msg("a")}, {"a"}, 0},
+        {"two in one", {Msg("a") + Msg("b")}, {"a", "b"}, 0},
+        {"together in the socket", {Msg("a"), Msg("b"), Msg("c")}, {"a", "b", "c"}, 0},
+        {"header in pieces", {Msg("abc").substr(0, 17), Msg("abc").substr(17)}, {"abc"}, 0},
+        {"payload in pieces", {Msg("abc").substr(0, 41), Msg("abc").substr(41) + Msg("d")}, {"abc", "d"}, 0},
+        {"unknown destination", {Msg("x", 0x90000003) + Msg("a")}, {"a"}, 0},
+        {"garbage in front", {std::string(50, 'g') + Msg("a")}, {"a"}, 0},
+        {"false starts", {std::string("\x35\x23\x12\x35\x35\x23", 6) + Msg("a")}, {"a"}, 0},
+        {"too short, then good", {MsgOfLength(39, "") + Msg("a")}, {"a"}, 0},
+        {"length zero", {MsgOfLength(0, "zero") + Msg("a")}, {"a"}, 0},
+        {"never fits", {MsgOfLength(8193, "x") + Msg("a")}, {"a"}, 0},
+        {"longest", {MsgOfLength(65535, "x") + Msg("a")}, {"a"}, 0},
+        {"fills the ring", {Msg(std::string(8192 - 40, 'f')), Msg("a")}, {std::string(8192 - 40, 'f'), "a"}, 0},
+        {"wraps",
+         {Msg(szLong) + Msg(szLong).substr(0, 100), Msg(szLong).substr(100) + Msg(szLong).substr(0, 9),
+          Msg(szLong).substr(9)},
+         {szLong, szLong, szLong},
+         0},
+        {"short garbage waits", {std::string(39, 'g')}, {}, 39},
+        {"long garbage goes", {std::string(100, 'g')}, {}, 3},
+    };
+    for (const auto &stCase : astCase) {
+        SCOPED_TRACE(stCase.pcName);
+        *pstRing_ = [this] {
+            BP_RecvRing stEmpty;
+            stEmpty.ulMaxSize = stEmpty.ulFreeLen = BP_RECV_RING_SIZE;
+            stEmpty.pucBuf = pstRing_->pucBuf;
+            return stEmpty;
+        }();
+        g_aszSeen.clear();
+        Arrive(stCase.aszDatagram);
+        EXPECT_TRUE(Delivered(stCase.aszDelivered));
+        EXPECT_EQ(pstRing_->ulUsedLen, stCase.ulLeft);
+    }
+    EXPECT_EQ(Logged("[E(1)][bp_module-"), Logged("[BP_TransMsgToModule]"));
+    EXPECT_GE(Logged("Prefix err:0x67 0x67 0x67 0x67 != 0x35 0x23 0x12 0xde"), 2U);
+    EXPECT_EQ(Logged("[BP_TransMsgToModule]ulMsgLen 39 <= 40"), 1U);
+    EXPECT_EQ(Logged("[BP_TransMsgToModule]ulMsgLen 8193 > 8192"), 1U);
+}
+
+TEST_F(Transport, AlmostThePrefix_IsReportedAsFound) {
+    WireMsg stMsg = MakeMsg(MW_CTRL, 1, "x");
+    stMsg.stHdr.aucPrefix[3] = 0xDF;
+    Arrive({Bytes(stMsg)});
+    EXPECT_EQ(Logged("[BP_TransMsgToModule]Prefix err:0x35 0x23 0x12 0xdf != 0x35 0x23 0x12 0xde"), 1U);
+}
+
+TEST_F(Transport, RingReturnsToItsStart_WhenADeliveryEmptiesIt) {
+    Arrive({Msg("abc").substr(0, 10)});
+    EXPECT_EQ(pstRing_->ulWrPos, 10U);
+    Arrive({Msg("abc").substr(10)});
+    EXPECT_EQ(pstRing_->ulWrPos, 0U);
+    EXPECT_EQ(pstRing_->ulRdPos, 0U);
+    EXPECT_TRUE(Delivered({"abc"}));
+}
+
+TEST_F(Transport, AnswersAndRequestsGoToTheirQueues_WithTheSendersAddress) {
+    BP_ModuleInfo *pstCmd = BP_GetModuleByID(BP_MODULE_ID_MWARE_CMD);
+    WireMsg stAck = MakeMsg(BP_MODULE_ID_MWARE_CMD, 9, "answer");
+    stAck.stHdr.ulMsgType = BP_MSG_TYPE_ACK;
+    stAck.stHdr.AssiMsgId = 4711;
+    Arrive({Bytes(stAck)});
+    BP_SlabBuf *pstBuf = BP_ModuleGetMsg(&pstCmd->stAckQueue, BP_GET_BY_ASSI_ID, 4711);
+    ASSERT_NE(pstBuf, nullptr);
+    EXPECT_EQ(BP_MsgHdrOf(pstBuf)->usPeerPort, htons(stPeer_.Port()));
+    EXPECT_EQ(BP_MsgHdrOf(pstBuf)->ulPeerIP, htonl(INADDR_LOOPBACK));
+    EXPECT_EQ(BP_Read(pstBuf->usLen), 46);
+    BP_SlabFreeBuf(pstBuf);
+}
+
+TEST_F(Transport, DatagramTooLargeForTheRing_IsRefusedWholeAndCostsNothingElse) {
+    Arrive({Msg("abc").substr(0, 41), std::string(9000, 'x'), Msg("abc").substr(41)});
+    EXPECT_TRUE(Delivered({"abc"}));
+    EXPECT_EQ(Logged("[BP_GetAndDispatchMsg]read from socket fail errcode:90(Message too long)."), 1U);
+}
+
+TEST_F(Transport, BeginningThatIsNeverContinued_GivesWay) {
+    const std::string szStuck = MsgOfLength(8192, std::string(8100, 's')); // 52 bytes are missing for ever
+    Arrive({szStuck, Msg(std::string(60, 'a')), Msg("b"), Msg("c")});
+    EXPECT_TRUE(Delivered({"b", "c"}));
+    EXPECT_LE(pstRing_->ulUsedLen, 3U);
+}
+
+TEST_F(Transport, NoBuffer_NothingIsLostOrMisaddressed) {
+    std::vector<BP_SlabBuf *> apstTaken;
+    while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(4096, BP_SLAB_TYPE_MSG)) {
+        apstTaken.push_back(pstBuf);
+    }
+    BusSocket stOther;
+    const std::string szBig(3000, 'b');
+    stPeer_.SendTo(PORT_MWARE, Msg(szBig));
+    stOther.SendTo(PORT_MWARE, Msg("behind it"));
+    EXPECT_EQ(BP_GetAndDispatchMsg(), BP_OK);
+    EXPECT_EQ(BP_GetAndDispatchMsg(), BP_OK);
+    EXPECT_TRUE(pstRing_->bNoBuf);
+    EXPECT_EQ(pstRing_->ulUsedLen, szBig.size() + 40);
+    EXPECT_EQ(BP_GetProcInfo()->stPeerAddr.sin_port, htons(stPeer_.Port()));
+    EXPECT_TRUE(Delivered({}));
+    for (BP_SlabBuf *pstBuf : apstTaken) {
+        BP_SlabFreeBuf(pstBuf);
+    }
+    BP_ResumeReceive(); // as the idle pass does, without a further datagram
+    EXPECT_TRUE(Delivered({szBig, "behind it"}));
+    EXPECT_EQ(Logged("read from socket fail"), 0U);
+}
+
+TEST_F(Transport, EmptySocket_IsAFailureOnlyWhenNothingWasRead) {
+    EXPECT_EQ(BP_GetAndDispatchMsg(), BP_ERR_FAIL);
+    EXPECT_EQ(Logged("[BP_GetAndDispatchMsg]read from socket fail errcode:11("), 1U);
+}
+
+TEST_F(Transport, BrokenRingPosition_IsReportedAndHealed) {
+    uint32_t ulResult = 0;
+    EXPECT_EQ(BP_TransMsgToModule(nullptr), BP_ERR_PARAM);
+    BP_GetNextMsgHdr(nullptr);
+    pstRing_->ulRdPos = 9000;
+    EXPECT_EQ(BP_TransMsgToModule(&ulResult), BP_ERR_FAIL);
+    EXPECT_EQ(Logged("[BP_TransMsgToModule]ulRdPos 9000 >= ulMaxSize 8192"), 1U);
+    Arrive({Msg("a")});
+    EXPECT_TRUE(Delivered({"a"}));
+}
+
+// With the main thread at work: everything that the socket held when it first looked is read.
+TEST_F(Transport, BurstBeforeTheFirstLook_IsDeliveredInOrder) {
+    std::vector<std::string> aszText;
+    for (int i = 0; i < 200; i++) {
+        aszText.push_back(std::to_string(i));
+        stPeer_.SendTo(PORT_MWARE, Msg(aszText.back()));
+    }
+    ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK);
+    EXPECT_TRUE(Delivered(aszText));
+}
+
+TEST_F(Transport, SetSocketProperty_WithoutSocket) {
+    EXPECT_EQ(BP_SetSocketProperty(-1, BP_SOCK_TYPE_DGRAM), BP_ERR_PARAM);
+    EXPECT_EQ(BP_SetSocketProperty(0x7FFFFFFF, BP_SOCK_TYPE_DGRAM), BP_ERR_FAIL);
+    EXPECT_EQ(Logged("[BP_SetSocketProperty]lSocket = -1 is invalid!"), 1U);
+    EXPECT_EQ(Logged("[BP_SetSocketProperty]ioctl socket failed"), 1U);
+}

@@ -1,0 +1,220 @@
+// The console as the engineer has it: the real program on a real terminal, against the example process or
+// against a target that misbehaves.
+#include <csignal>
+#include <dirent.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/bus_peer.h"
+#include "tests/support/files.h"
+#include "tests/support/pty_session.h"
+
+static std::vector<std::string> FilesIn(const std::string &szDir) {
+    std::vector<std::string> aszName;
+    DIR *pstDir = opendir(szDir.c_str());
+    while (const struct dirent *pstEntry = pstDir != nullptr ? readdir(pstDir) : nullptr) {
+        if (pstEntry->d_name[0] != '.') {
+            aszName.emplace_back(pstEntry->d_name);
+        }
+    }
+    closedir(pstDir);
+    std::sort(aszName.begin(), aszName.end());
+    return aszName;
+}
+
+static bool SameSettings(const struct termios &stA, const struct termios &stB) {
+    return stA.c_iflag == stB.c_iflag && stA.c_oflag == stB.c_oflag && stA.c_cflag == stB.c_cflag &&
+           stA.c_lflag == stB.c_lflag && memcmp(stA.c_cc, stB.c_cc, sizeof(stA.c_cc)) == 0;
+}
+
+// Types a line in debug mode and returns what is printed up to the next prompt, the echo taken off.
+static std::string Command(PtySession *pstKs, const std::string &szLine) {
+    pstKs->Type(szLine + "\r");
+    const std::string szText = pstKs->ReadUntil("\r\n[dbg]");
+    return szText.substr(szLine.size(), szText.size() - szLine.size() - 7);
+}
+
+static void EnterDebugMode(PtySession *pstKs) {
+    pstKs->ReadUntil("<dbg>");
+    pstKs->Type("e\t");
+    pstKs->ReadUntil("\r\n[dbg]");
+}
+
+class ConsoleOnMware : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(stMware_.WaitForOutput("ready"));
+        pstKs_ = new PtySession({KS_PATH});
+        stBefore_ = pstKs_->Settings();
+    }
+    void TearDown() override { delete pstKs_; }
+    Child stMware_{{KS_MWARE_PATH}};
+    PtySession *pstKs_ = nullptr;
+    struct termios stBefore_ = {};
+};
+
+TEST_F(ConsoleOnMware, MainJob) {
+    pstKs_->ReadUntil("<dbg>");
+    EXPECT_EQ(pstKs_->Settings().c_lflag & (ICANON | ECHO | ISIG), 0U);
+    EXPECT_NE(pstKs_->Settings().c_oflag & OPOST, 0U);
+    EXPECT_NE(pstKs_->Settings().c_iflag & INLCR, 0U);
+    pstKs_->Type("en_equipment\r");
+    EXPECT_EQ(pstKs_->ReadUntil("[dbg]"),
+              "en_equipment\r\r\ncommand usage: "
+              "\r\n\rdisplay loglevel                            display process' loglevel "
+              "\r\n\rdisplay <cmds> ...                          display process' info "
+              "\r\n\rdebug <module> [submodule] [servicetype]    debugging process' log"
+              "\r\n\rnodebug <module> [submodule] [servicetype]  undo debugging process' log"
+              "\r\n\rloglevel <level>                            set process' loglevel(2-5)"
+              "\r\r\n[dbg]");
+    EXPECT_NE(Command(pstKs_, "display slab 7").find("7     8       256    256    0"), std::string::npos);
+    pstKs_->Type("display sl\t");
+    pstKs_->ReadUntil("\r\n[dbg]display slab ");
+    EXPECT_EQ(CountOf(Command(pstKs_, "7"), "256"), 2U);
+
+    static const char szDebug[] = "/var/log/MW_MWARE00.debug";
+    EXPECT_FALSE(FileExists(szDebug));
+    EXPECT_EQ(Command(pstKs_, "debug MW_CTRL"), "\r");
+    EXPECT_TRUE(WaitFor([] { return CountOf(ReadFile(szDebug), "[MW_CtrlTick]turn the head by ") > 1; }));
+    EXPECT_EQ(Command(pstKs_, "nodebug all"), "\r");
+    EXPECT_EQ(CountOf(Command(pstKs_, "debug"), "MW_CTRL\r\n"), 1U);
+
+    EXPECT_EQ(Command(pstKs_, "loglevel 3"), "\r");
+    EXPECT_EQ(Command(pstKs_, "display loglevel"), "\r\r\nloglevel: 3 (WARN)\r\n\r");
+    EXPECT_NE(Command(pstKs_, "loglevel 7").find("[kestrel error] receive failed result."), std::string::npos);
+    const std::string szOne = Command(pstKs_, "display module MW_CTRL");
+    EXPECT_TRUE(
+        WaitFor([&] { return Command(pstKs_, "display module MW_CTRL") != szOne; })); // the figures move
+
+    pstKs_->Type("q\r");
+    pstKs_->ReadUntil("\r\n<dbg>");
+    pstKs_->Type("quit\r");
+    EXPECT_EQ(pstKs_->WaitExit(), 0);
+    EXPECT_TRUE(SameSettings(pstKs_->Settings(), stBefore_));
+    EXPECT_EQ(CountOf(ReadFile("/var/log/ks00.log"), "[E("), 0U) << ReadFile("/var/log/ks00.log");
+}
+
+TEST_F(ConsoleOnMware, TopLevelPrompt) {
+    pstKs_->ReadUntil("\r\n<dbg>");
+    const struct {
+        std::string szKeys, szText;
+    } astCase[] = {
+        {"?", "?\r\r\nen_equipment\t\tEnter system mode\r\r\nquit\t\t\tQuit\r\r\n<dbg>"},
+        {"\t", "\r\r\nen_equipment\t\tEnter system mode\r\r\nquit\t\t\tQuit\r\r\n<dbg>"},
+        {"x?", "x?\r\r\n<dbg>"},
+        {"\r", "\r\r\n<dbg>"},
+        {"en_equip\r", "en_equip\r\r\n<dbg>"},
+        {"\x1B[A\n", "\r<dbg>\r<dbg>en_equip\r\r\n<dbg>"}, // a line feed is an Enter
+    };
+    for (const auto &stCase : astCase) {
+        pstKs_->Type(stCase.szKeys);
+        EXPECT_EQ(pstKs_->ReadUntil("\r\n<dbg>"), stCase.szText);
+    }
+    pstKs_->Type("en_equipmentX\r");
+    EXPECT_EQ(CountOf(pstKs_->ReadUntil("\r\n[dbg]"), "command usage: "), 1U);
+    pstKs_->Type("qwerty\r");
+    pstKs_->ReadUntil("\r\n<dbg>");
+    pstKs_->Type("e\t");
+    EXPECT_EQ(CountOf(pstKs_->ReadUntil("\r\n[dbg]"), "command usage: "), 1U); // on every entry
+}
+
+TEST_F(ConsoleOnMware, HelpKeepsTheLine) {
+    EnterDebugMode(pstKs_);
+    pstKs_->Type("display \t");
+    EXPECT_EQ(CountOf(pstKs_->ReadUntil("\r\n[dbg]display "), "slab \t\t title buffer pools\r\n"), 1U);
+    pstKs_->Type("x?");
+    EXPECT_EQ(pstKs_->ReadUntil("\r\n[dbg]display x"),
+              "x?\r\r\n             ^\r\r\nWrong command input!\r\r\n[dbg]display x");
+    pstKs_->Type("\bptz\r");
+    EXPECT_EQ(CountOf(pstKs_->ReadUntil("\r\n[dbg]"), "degrees"), 1U);
+    pstKs_->Type("\x1B[A"); // what is recalled is the whole line
+    EXPECT_NE(pstKs_->ReadUntil("display ptz").find("\r[dbg]\r[dbg]"), std::string::npos);
+}
+
+// Closing the terminal, from either prompt and in the middle of a line.
+TEST_F(ConsoleOnMware, EndOfInput_EndsTheProgram) {
+    for (const bool bDebugMode : {false, true}) {
+        PtySession stKs({KS_PATH});
+        // The hang-up signal is the terminal's business; here the end of input alone is looked at.
+        if (bDebugMode) {
+            EnterDebugMode(&stKs);
+            stKs.Type("display sl");
+        }
+        stKs.ReadUntil(bDebugMode ? "display sl" : "<dbg>");
+        stKs.HangUp();
+        EXPECT_NE(stKs.WaitExit(), -1);
+    }
+}
+
+TEST_F(ConsoleOnMware, LeavesOnlyTheSpecifiedFiles) {
+    EnterDebugMode(pstKs_);
+    Command(pstKs_, "display slab");
+    const std::string szPid = std::to_string(pstKs_->Pid());
+    pstKs_->Type("q\rq\r");
+    EXPECT_EQ(pstKs_->WaitExit(), 0);
+    EXPECT_EQ(FilesIn("/var/log"), (std::vector<std::string>{"MW_MWARE00.log", "ks00.log"}));
+    EXPECT_EQ(FilesIn("/tmp").size(), 2U);
+    EXPECT_EQ(CountOf(ReadFile("/tmp/ThreadInfo[" + szPid + "].log"), "\n"),
+              2U); // ks_cmd, whose second thread has its place, and ks
+}
+
+TEST(Console, AttachesToIware) {
+    Child stIware({KS_MWARE_PATH, "MW_IWARE"});
+    ASSERT_TRUE(stIware.WaitForOutput("ready"));
+    PtySession stKs({KS_PATH, "MW_IWARE", "ignored"});
+    EnterDebugMode(&stKs);
+    EXPECT_NE(Command(&stKs, "display ticks").find(" ticks"), std::string::npos);
+    EXPECT_NE(Command(&stKs, "display module MW_IWARE").find("0xffffffff"), std::string::npos);
+}
+
+TEST(Console, WrongArgument) {
+    PtySession stKs({KS_PATH, "mw_iware"});
+    const std::string szText = stKs.ReadUntil("MW_IWARE\r\n");
+    EXPECT_EQ(szText.substr(0, 8), "ks_main@");
+    EXPECT_NE(szText.find(" need proc name:MW_MWARE or MW_IWARE\r\n"), std::string::npos);
+    EXPECT_EQ(stKs.WaitExit(), 255);
+    EXPECT_NE(ReadFile("/var/log/ks00.log").find("BP_MwareInit succeed."), std::string::npos);
+}
+
+TEST(Console, WithoutTerminal) {
+    const auto pfnAnswer = AnswerAll("\nh\nd\ntitle\n0\n");
+    ScriptedTarget stTarget(PORT_MWARE, pfnAnswer);
+    Child stKs({"/bin/sh", "-c", std::string(KS_PATH) + " </dev/null 2>&1; echo status $?"});
+    EXPECT_TRUE(stKs.WaitForOutput("\r\nFailed to set attributes\nstatus 1\n"));
+    EXPECT_EQ(CountOf(ReadFile("/var/log/ks00.log"),
+                      "[CLI_run]tcsetattr fail errcode:25(Inappropriate ioctl for device). retval:4294967295"),
+              1U);
+}
+
+// Nobody at the port: both start-up requests run out, and the console says what that means.
+TEST(Console, SilentTarget_IsNamedAndBuiltInsRemain) {
+    PtySession stKs({KS_PATH});
+    EXPECT_EQ(stKs.ReadUntil("\r\n<dbg>", 60),
+              "MW_MWARE did not send its commands: only the built-in commands will work\r\n\r\r\n<dbg>");
+    stKs.Type("e\t");
+    stKs.ReadUntil("\r\n[dbg]");
+    EXPECT_EQ(Command(&stKs, "display slab"), "\r\r\n     ^\r\r\nWrong command input!\r");
+    EXPECT_EQ(Command(&stKs, "debug"), "\r\r\n\r");
+    ScriptedTarget stLateComer(PORT_MWARE, AnswerAll("level from a late comer"));
+    EXPECT_EQ(Command(&stKs, "display loglevel"), "\r\r\nlevel from a late comer\r\n\r");
+    stKs.Type("qq\rqq\r");
+    EXPECT_EQ(stKs.WaitExit(), 0);
+}
+
+TEST(Console, DefinitionsRefused) {
+    ScriptedTarget stTarget(PORT_MWARE, AnswerAll("operate fail"));
+    PtySession stKs({KS_PATH});
+    EXPECT_EQ(CountOf(stKs.ReadUntil("\r\n<dbg>"), "[kestrel error] receive failed result."), 2U);
+    EXPECT_EQ(stTarget.Requests()[0].szPayload, "dbgcmd");
+}
+
+// The target is stopped under the console's hands, and comes back.
+TEST_F(ConsoleOnMware, StoppedTarget_CostsOneCommandAndNothingElse) {
+    EnterDebugMode(pstKs_);
+    stMware_.Signal(SIGSTOP);
+    pstKs_->Type("display ptz\r");
+    EXPECT_EQ(pstKs_->ReadUntil("\r\n[dbg]", 60), "display ptz\r\r\n[dbg]");
+    stMware_.Signal(SIGCONT);
+    EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "degrees"), 1U);
+    EXPECT_EQ(CountOf(ReadFile("/var/log/ks00.log"), "wait response msg timeout(10000 10000)"), 1U);
+    EXPECT_EQ(CountOf(ReadFile("/var/log/ks00.log"), "[CLI_ExecuteCmd]fail to send cmd msg"), 1U);
+}
