@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sstream>
 
 #include "bp/bp.h"
 #include "tests/support/files.h"
@@ -11,14 +12,13 @@ static std::string NameOf(uint32_t ulModuleID) {
 // The processes of the device agree on these tables; a slip in one row breaks a bus that no test here would
 // see.
 TEST(Config, TablesAreTheDevices) {
-    std::string szSum;
+    std::ostringstream stSum;
     for (const BP_ModuleConfig &stRow : g_astModuleConfigInfo) {
-        char szRow[300];
-        snprintf(szRow, sizeof(szRow), "%s %x %u|", stRow.szModuleName, stRow.ulModuleID, stRow.usProcID);
-        szSum += szRow;
+        stSum << stRow.szModuleName << " " << std::hex << stRow.ulModuleID << " " << std::dec << stRow.usProcID
+              << "|";
     }
     EXPECT_EQ(
-        szSum,
+        stSum.str(),
         "MW_MWARE ffffffff 101|MW_CTRL 90000001 101|MW_STOR_MCP 90000002 101|MW_PTZ 90000003 101|"
         "MW_ALM 90000004 101|MW_SNMP 90000005 101|MW_CC 90000007 101|MW_SDK 9000000b 101|MW_MP 9000000c 101|"
         "MW_IW 9000000e 101|MW_UPNP 9000000f 101|MW_INTERFACE 9000000d 101|MW_LIGHTAPI 90000010 101|"

@@ -19,7 +19,7 @@ static const BP_CmdWord g_stRootWord = {BP_CMD_TITLE, g_szRootName, "information
 
 // The longest command with the longest values fits the request that the console builds, so no row needs a
 // check.
-static_assert(sizeof("<>") + sizeof(g_szRootName) + BP_CMD_WORD_MAX * (BP_CMD_NAME_MAX + 1) +
+static_assert(sizeof("<>") + sizeof(g_szRootName) + size_t{BP_CMD_WORD_MAX} * (BP_CMD_NAME_MAX + 1) +
                       BP_CMD_EXTEND_MAX <=
                   BP_CMD_LINE_MAX,
               "commands that are accepted can be sent");
@@ -126,33 +126,41 @@ struct BP_CmdPlan {
     uint32_t ulText;
 };
 
+// Whether a command ends at the node already; a word that is still to come has no node.
+static bool BP_IsComplete(const BP_CmdNode *pstNode) {
+    return pstNode != nullptr && pstNode->pstDef != nullptr;
+}
+
+// One word of the plan: *ppstNode is the node before it and becomes the word's own, null when it is new.
+static uint32_t BP_PlanWord(const BP_CmdWord &stWord, const BP_CmdNode **ppstNode, BP_CmdPlan *pstPlan) {
+    if ((stWord.ulType & BP_CMD_OPTIONAL) != 0) {
+        if (BP_IsComplete(*ppstNode)) {
+            return BP_ERR_CMD_CLASH;
+        }
+        pstPlan->ulText += BP_CMD_END_LEN;
+    }
+    bool bClash = false;
+    *ppstNode = *ppstNode != nullptr ? BP_FindChild(*ppstNode, stWord, &bClash) : nullptr;
+    if (bClash) {
+        return BP_ERR_CMD_CLASH;
+    }
+    if (*ppstNode == nullptr) {
+        pstPlan->ulNodes++;
+        pstPlan->ulText += BP_EntryLength(stWord);
+    }
+    return BP_OK;
+}
+
 static uint32_t BP_PlanCmd(const BP_CmdDef &stDef, uint32_t ulWords, BP_CmdPlan *pstPlan,
                            uint32_t *pulBadWord) {
     const BP_CmdNode *pstNode = &g_stCmdTree.astNode[0];
-    bool bComplete = false; // a command ends at pstNode, or is to end there
-    for (uint32_t i = 0; i < ulWords; i++) {
-        const BP_CmdWord &stWord = stDef.astWord[i];
+    uint32_t ulRet = BP_OK;
+    for (uint32_t i = 0; ulRet == BP_OK && i < ulWords; i++) {
         *pulBadWord = i;
-        bComplete = (stWord.ulType & BP_CMD_OPTIONAL) != 0;
-        if (bComplete && i == 0) {
-            return BP_ERR_PARAM; // the root alone is no command
-        }
-        if (bComplete && pstNode != nullptr && pstNode->pstDef != nullptr) {
-            return BP_ERR_CMD_CLASH;
-        }
-        pstPlan->ulText += bComplete ? BP_CMD_END_LEN : 0;
-        bool bClash = false;
-        pstNode = pstNode != nullptr ? BP_FindChild(pstNode, stWord, &bClash) : nullptr;
-        if (bClash) {
-            return BP_ERR_CMD_CLASH;
-        }
-        if (pstNode == nullptr) {
-            pstPlan->ulNodes++;
-            pstPlan->ulText += BP_EntryLength(stWord);
-        }
+        ulRet = BP_PlanWord(stDef.astWord[i], &pstNode, pstPlan);
     }
     pstPlan->ulText += BP_CMD_END_LEN;
-    return pstNode != nullptr && pstNode->pstDef != nullptr ? BP_ERR_CMD_CLASH : BP_OK;
+    return ulRet == BP_OK && BP_IsComplete(pstNode) ? BP_ERR_CMD_CLASH : ulRet;
 }
 
 static BP_CmdNode *BP_AddChild(BP_CmdNode *pstParent, const BP_CmdWord &stWord) {
@@ -225,7 +233,8 @@ static const char *BP_CmdErrorText(uint32_t ulRet) {
 
 uint32_t BP_RegistCmd(const BP_CmdDef *pstDef) {
     const uint32_t ulWords = pstDef != nullptr ? BP_CountWords(*pstDef) : 0;
-    if (ulWords == 0 || pstDef->pfnCmd == nullptr) {
+    // The root alone is no command, so the first word cannot be left out.
+    if (ulWords == 0 || pstDef->pfnCmd == nullptr || (pstDef->astWord[0].ulType & BP_CMD_OPTIONAL) != 0) {
         BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid input params.", __func__);
         return BP_ERR_PARAM;
     }

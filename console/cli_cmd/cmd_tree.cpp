@@ -69,26 +69,37 @@ static CLI_CMD_NODE *CLI_LeaveRing(BP_ListNode *pstLink, CLI_CMD_NODE *(*pfnOwne
     return bAlone ? nullptr : pfnOwner(pstNext);
 }
 
-// Depth first, siblings before children. The way back is not kept on the call stack, because the target decides
-// how large the tree is, but in the links of the nodes that have left their rings: the sibling link holds the
-// node to go back to, the child link the child still to be released.
+// The way back through a tree that is being released, in the links of nodes that have left their rings: the
+// sibling link holds the node to go back to, the child link the child still to be released.
+static void CLI_PushBack(CLI_CMD_NODE *pstNode, CLI_CMD_NODE *pstBack, CLI_CMD_NODE *pstChild) {
+    pstNode->stSibling.pstNext = pstBack != nullptr ? &pstBack->stSibling : nullptr;
+    pstNode->stChild.pstNext = pstChild != nullptr ? &pstChild->stChild : nullptr;
+}
+
+// Releases the node at *ppstBack, moves on to the one before it, and returns the child it held.
+static CLI_CMD_NODE *CLI_PopBack(CLI_CMD_NODE **ppstBack) {
+    CLI_CMD_NODE *pstDone = *ppstBack;
+    BP_ListNode *pstBack = pstDone->stSibling.pstNext;
+    BP_ListNode *pstChild = pstDone->stChild.pstNext;
+    *ppstBack = pstBack != nullptr ? CLI_BySibling(pstBack) : nullptr;
+    free(pstDone);
+    return pstChild != nullptr ? CLI_ByChild(pstChild) : nullptr;
+}
+
+// Depth first, siblings before children, and not on the call stack, because the target decides how large the
+// tree is.
 void CLI_FreeTree(CLI_CMD_NODE *pstNode) {
     CLI_CMD_NODE *pstBack = nullptr;
     while (pstNode != nullptr || pstBack != nullptr) {
-        if (pstNode != nullptr) {
-            CLI_CMD_NODE *pstSibling = CLI_LeaveRing(&pstNode->stSibling, CLI_BySibling);
-            CLI_CMD_NODE *pstChild = CLI_LeaveRing(&pstNode->stChild, CLI_ByChild);
-            pstNode->stSibling.pstNext = pstBack != nullptr ? &pstBack->stSibling : nullptr;
-            pstNode->stChild.pstNext = pstChild != nullptr ? &pstChild->stChild : nullptr;
-            pstBack = pstNode;
-            pstNode = pstSibling;
-        } else {
-            CLI_CMD_NODE *pstDone = pstBack;
-            pstBack =
-                pstDone->stSibling.pstNext != nullptr ? CLI_BySibling(pstDone->stSibling.pstNext) : nullptr;
-            pstNode = pstDone->stChild.pstNext != nullptr ? CLI_ByChild(pstDone->stChild.pstNext) : nullptr;
-            free(pstDone);
+        if (pstNode == nullptr) {
+            pstNode = CLI_PopBack(&pstBack);
+            continue;
         }
+        CLI_CMD_NODE *pstSibling = CLI_LeaveRing(&pstNode->stSibling, CLI_BySibling);
+        CLI_CMD_NODE *pstChild = CLI_LeaveRing(&pstNode->stChild, CLI_ByChild);
+        CLI_PushBack(pstNode, pstBack, pstChild);
+        pstBack = pstNode;
+        pstNode = pstSibling;
     }
 }
 
