@@ -14,8 +14,8 @@ static std::string NameOf(uint32_t ulModuleID) {
 TEST(Config, TablesAreTheDevices) {
     std::ostringstream stSum;
     for (const BP_ModuleConfig &stRow : g_astModuleConfigInfo) {
-        stSum << stRow.szModuleName << " " << std::hex << stRow.ulModuleID << " " << std::dec << stRow.usProcID
-              << "|";
+        stSum << stRow.szModuleName << " " << std::hex << stRow.ulModuleID << " " << std::dec
+              << BP_Read(stRow.usProcID) << "|";
     }
     EXPECT_EQ(
         stSum.str(),

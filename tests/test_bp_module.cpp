@@ -31,6 +31,15 @@ static uint32_t Block(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam
     return ulParam != 0 ? BP_SendAckMsg(pstMsg, "late", 4) : Note(ulMsgCode, pstMsg, ulParam);
 }
 
+static uint32_t BlockAndErase(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    (void)ulMsgCode;
+    (void)ulParam;
+    g_semEntered.Post();
+    g_semBlock.Wait();
+    BP_EraseMsgData(pstMsg);
+    return BP_OK;
+}
+
 static std::string Seen() {
     const std::lock_guard<std::mutex> stGuard(g_stSeenLock);
     return g_szSeen;
@@ -131,7 +140,7 @@ TEST_F(Module, RegistMsgProc_RefusesWithClearResults) {
     EXPECT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, 5, Note, 0), BP_ERR_NO_MODULE);
     for (uint32_t i = 1; i <= BP_MAX_MSG_PROC_NUM; i++) {
         ASSERT_EQ(BP_RegistMsgProc(MW_CTRL, BP_PROC_TABLE_INNER, i, Note, i), BP_OK);
-        ASSERT_EQ(BP_RegistMsgProc(MW_CTRL, BP_PROC_TABLE_INNER, 1, Note, i), BP_ERR_FAIL);
+        ASSERT_EQ(BP_RegistMsgProc(MW_CTRL, BP_PROC_TABLE_INNER, 1, Note, i), BP_ERR_PARAM);
     }
     EXPECT_EQ(BP_RegistMsgProc(MW_CTRL, BP_PROC_TABLE_INNER, 51, Note, 0), BP_ERR_FAIL);
     EXPECT_EQ(BP_GetMsgProcByMsgID(&pstCtrl_->stInnerProcCtrl, 50)->ulParam, 50U);
@@ -209,33 +218,29 @@ TEST_F(Module, HandlersMayKeepOrForwardTheMessage) {
     BP_EraseMsgData(&g_stKept);
 }
 
-// A request whose sender has stopped waiting: not handled when it is still queued, its answer withdrawn in any
-// case.
+// A request whose sender stops waiting: not handled when it is still queued, its answer withdrawn when it is
+// being handled, its buffer given back even when the handler has erased the message itself.
 TEST_F(Module, TimedOutRequest_IsDroppedWithItsAnswer) {
     ASSERT_EQ(BP_RegistModule("MW_PTZ", 1, nullptr), BP_OK);
     ASSERT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, 1, Block, 0), BP_OK);
     ASSERT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, 2, Block, 1), BP_OK);
+    ASSERT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, 3, BlockAndErase, 0), BP_OK);
     Send(MW_PTZ, 1, "busy");
     g_semEntered.Wait();
-    BP_StructMsg stReq = BP_CreatStructMsg("late", 4);
-    BP_ConfigMsgHdr(&stReq, MW_CTRL, MW_PTZ, 1, 0);
-    BP_SlabBuf *pstBuf = stReq.pstSlabBuf;
-    const uint32_t ulUse = BP_SlabUseSeq(pstBuf);
-    BP_SendMsgProc(pstCtrl_, &stReq);
-    BP_SlabMarkTimeout(pstBuf, ulUse);
-    g_semBlock.Post();
-    ASSERT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); }));
+    for (const uint32_t ulMsgCode : {1U, 2U, 3U}) {
+        BP_StructMsg stReq = BP_CreatStructMsg("late", 4);
+        BP_ConfigMsgHdr(&stReq, MW_CTRL, MW_PTZ, ulMsgCode, 0);
+        BP_SlabBuf *pstBuf = stReq.pstSlabBuf;
+        const uint32_t ulUse = BP_SlabUseSeq(pstBuf);
+        BP_SendMsgProc(pstCtrl_, &stReq);
+        if (ulMsgCode != 1) {
+            g_semEntered.Wait();
+        }
+        BP_SlabMarkTimeout(pstBuf, ulUse);
+        g_semBlock.Post();
+        ASSERT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << ulMsgCode;
+    }
     EXPECT_EQ(Seen(), "1/0:busy ");
-
-    stReq = BP_CreatStructMsg("answered too late", 17);
-    BP_ConfigMsgHdr(&stReq, MW_CTRL, MW_PTZ, 2, 0);
-    pstBuf = stReq.pstSlabBuf;
-    const uint32_t ulUse2 = BP_SlabUseSeq(pstBuf);
-    BP_SendMsgProc(pstCtrl_, &stReq);
-    g_semEntered.Wait();
-    BP_SlabMarkTimeout(pstBuf, ulUse2);
-    g_semBlock.Post();
-    ASSERT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); }));
     EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_FreeTimeoutAckMsg]Force free ack slab buf, AssiMsgId:2"), 1U);
 }
 

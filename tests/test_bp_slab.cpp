@@ -197,7 +197,8 @@ TEST_F(Slab, TimeoutMark_ReachesOnlyItsOwnUse) {
     const uint32_t ulUse = BP_SlabUseSeq(pstBuf);
     BP_SlabMarkTimeout(pstBuf, ulUse);
     EXPECT_EQ(BP_Read(pstBuf->ucFlag), BP_BUF_TAKEN | BP_BUF_TIMEOUT);
-    EXPECT_TRUE(BP_SlabEndUse(pstBuf));
+    EXPECT_TRUE(BP_SlabEndUse(pstBuf, ulUse));
+    EXPECT_FALSE(BP_SlabEndUse(pstBuf, ulUse));
     BP_SlabMarkTimeout(pstBuf, ulUse); // changed hands
     EXPECT_EQ(BP_Read(pstBuf->ucFlag), BP_BUF_TAKEN);
     BP_SlabFreeBuf(pstBuf);

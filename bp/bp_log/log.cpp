@@ -114,7 +114,9 @@ static BP_LogModule *BP_FindLogEntry(Match match) {
 }
 
 BP_LogModule *BP_FindLogModule(uint32_t ulModuleID) {
-    return BP_FindLogEntry([=](const BP_LogModule &stEntry) { return stEntry.ulModuleID == ulModuleID; });
+    return ulModuleID == BP_LOG_PROCESS_ID
+               ? nullptr
+               : BP_FindLogEntry([=](const BP_LogModule &stEntry) { return stEntry.ulModuleID == ulModuleID; });
 }
 
 BP_LogModule *BP_FindLogModuleByName(const char *pcName) {

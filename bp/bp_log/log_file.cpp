@@ -24,7 +24,10 @@ void BP_LogReport(uint32_t ulMark, const char *pcFormat, ...) {
 
 static uint32_t BP_SizeOnDisk(const char *pcName) {
     struct stat stStat;
-    return stat(pcName, &stStat) == 0 ? static_cast<uint32_t>(stStat.st_size) : 0;
+    if (stat(pcName, &stStat) != 0) {
+        return 0;
+    }
+    return stStat.st_size < INT32_MAX ? static_cast<uint32_t>(stStat.st_size) : INT32_MAX;
 }
 
 void BP_LogInitFile(BP_LogFile *pstFile, const char *pcStem, const char *pcSuffix) {

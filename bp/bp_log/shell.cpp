@@ -71,7 +71,7 @@ int BP_System(const char *pcCmd) {
     if (lPid > 0) {
         lStatus = BP_ShellWait(lPid);
     }
-    pthread_sigmask(SIG_SETMASK, &stOldMask, nullptr);
     BP_ShellLeave();
+    pthread_sigmask(SIG_SETMASK, &stOldMask, nullptr);
     return lStatus;
 }

@@ -83,7 +83,7 @@ BP_ModuleConfig *BP_GetModuleConfigByID(uint32_t ulModuleID) {
     const uint16_t usOwnProcID = BP_GetProcInfo()->usProcID;
     for (BP_ModuleConfig &stRow : g_astModuleConfigInfo) {
         if (stRow.ulModuleID == ulModuleID &&
-            (ulModuleID != BP_MODULE_ID_MAIN || stRow.usProcID == usOwnProcID)) {
+            (ulModuleID != BP_MODULE_ID_MAIN || BP_Read(stRow.usProcID) == usOwnProcID)) {
             return &stRow;
         }
     }

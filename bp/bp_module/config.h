@@ -6,12 +6,13 @@
 #ifndef BP_BP_MODULE_CONFIG_H
 #define BP_BP_MODULE_CONFIG_H
 
+#include <atomic>
 #include <cstdint>
 
 struct BP_ModuleConfig {
     char szModuleName[256];
     uint32_t ulModuleID;
-    uint16_t usProcID; // process in which the module lives
+    std::atomic<uint16_t> usProcID; // process in which the module lives
 };
 
 struct BP_ProcConfig {

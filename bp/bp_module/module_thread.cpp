@@ -55,18 +55,23 @@ static void BP_HandleMsg(BP_ModuleInfo *pstModule, BP_SlabBuf *pstBuf) {
         stHdr.ulMsgType == BP_MSG_TYPE_INNER ? &pstModule->stInnerProcCtrl : &pstModule->stMsgProcCtrl,
         stHdr.ulMsgCode);
     BP_StructMsg stMsg = {0, 0, pstBuf};
+    const uint32_t ulUseSeq = BP_SlabUseSeq(pstBuf);
     if (pstProc != nullptr && pstProc->pfnProc != nullptr) {
         pstProc->pfnProc(stHdr.ulMsgCode, &stMsg, pstProc->ulParam);
     }
-    if ((stMsg.ulFlags & BP_MSG_FLAG_KEEP) != 0 || stMsg.pstSlabBuf == nullptr) {
+    // From here on the sender's mark is too late. The buffer is looked at only if it is still in the use that
+    // the handler was given: it may have been kept, sent on, or erased, and be somebody else's by now.
+    const bool bTimedOut = BP_SlabEndUse(pstBuf, ulUseSeq);
+    if ((stMsg.ulFlags & BP_MSG_FLAG_KEEP) != 0) {
         return;
     }
-    // A message that the handler sent on is no longer this thread's to look at.
-    if ((stMsg.ulFlags & BP_MSG_FLAG_SENT) == 0 && BP_SlabEndUse(pstBuf)) {
-        stMsg.ulFlags = 0;
+    if (bTimedOut) {
+        stMsg = {0, 0, pstBuf}; // also when the handler has erased it: a marked buffer outlives that
         BP_FreeTimeoutAckMsg(&stHdr);
     }
-    BP_EraseMsgData(&stMsg);
+    if (stMsg.pstSlabBuf != nullptr) {
+        BP_EraseMsgData(&stMsg);
+    }
 }
 
 uint32_t BP_ThreadRecvMsgProc(BP_ModuleInfo *pstWorkModule) {

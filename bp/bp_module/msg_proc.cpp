@@ -23,21 +23,21 @@ static BP_MsgProc *BP_FindMsgProc(const BP_ListCtrlOf<BP_MsgProc> *pstCtrl, uint
     return pstProc;
 }
 
-static const char *BP_AddMsgProc(BP_ListCtrlOf<BP_MsgProc> *pstCtrl, uint32_t ulMsgCode, BP_PfnMsgProc pfnProc,
-                                 uint32_t ulParam) {
+static uint32_t BP_AddMsgProc(BP_ListCtrlOf<BP_MsgProc> *pstCtrl, uint32_t ulMsgCode, BP_PfnMsgProc pfnProc,
+                              uint32_t ulParam) {
     const BP_SemGuard stGuard(pstCtrl->semLock);
     if (BP_FindMsgProc(pstCtrl, ulMsgCode, true) != nullptr) {
-        return "code has a handler already";
+        return BP_ERR_PARAM;
     }
     BP_MsgProc *pstProc = pstCtrl->stFreeList.PopFront();
     if (pstProc == nullptr) {
-        return "handler table is full";
+        return BP_ERR_FAIL;
     }
     pstProc->ulMsgCode = ulMsgCode;
     pstProc->pfnProc = pfnProc;
     pstProc->ulParam = ulParam;
     pstCtrl->stUsedList.PushBack(pstProc);
-    return nullptr;
+    return BP_OK;
 }
 
 uint32_t BP_RegistMsgProc(uint32_t ulModuleID, uint32_t ulTable, uint32_t ulMsgCode, BP_PfnMsgProc pfnProc,
@@ -53,13 +53,12 @@ uint32_t BP_RegistMsgProc(uint32_t ulModuleID, uint32_t ulTable, uint32_t ulMsgC
     }
     BP_ListCtrlOf<BP_MsgProc> *pstCtrl =
         ulTable == BP_PROC_TABLE_INNER ? &pstModule->stInnerProcCtrl : &pstModule->stMsgProcCtrl;
-    const char *pcWhy = BP_AddMsgProc(pstCtrl, ulMsgCode, pfnProc, ulParam);
-    if (pcWhy != nullptr) {
-        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]module %s msg code %u: %s.", __func__, pstModule->szModuleName,
-                     ulMsgCode, pcWhy);
-        return BP_ERR_FAIL;
+    const uint32_t ulRet = BP_AddMsgProc(pstCtrl, ulMsgCode, pfnProc, ulParam);
+    if (ulRet != BP_OK) {
+        BP_LOG_ERROR(ulRet, "[%s]module %s msg code %u: %s.", __func__, pstModule->szModuleName, ulMsgCode,
+                     ulRet == BP_ERR_PARAM ? "has a handler already" : "table is full");
     }
-    return BP_OK;
+    return ulRet;
 }
 
 BP_MsgProc *BP_GetMsgProcByMsgID(BP_ListCtrlOf<BP_MsgProc> *pstCtrl, uint32_t ulMsgCode) {

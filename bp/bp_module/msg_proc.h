@@ -15,9 +15,9 @@ void BP_InitMsgProcTable(BP_ListCtrlOf<BP_MsgProc> *pstCtrl, BP_MsgProc *pastPro
 
 // Registers pfnProc for the messages with ulMsgCode (0: with any code) of the registered module ulModuleID,
 // which must live in this process. Of several entries that match a message, the one registered first serves it.
-// Any thread, also while messages arrive; there is no way back. BP_OK; BP_ERR_PARAM for a null function or an
-// unknown table; BP_ERR_NO_MODULE when the module is not registered; BP_ERR_FAIL when the table is full or the
-// code has a handler already.
+// Any thread, also while messages arrive; there is no way back.
+// BP_OK; BP_ERR_PARAM for a null function, an unknown table, or a code that has a handler already;
+// BP_ERR_NO_MODULE when the module is not registered; BP_ERR_FAIL when the table is full.
 uint32_t BP_RegistMsgProc(uint32_t ulModuleID, uint32_t ulTable, uint32_t ulMsgCode, BP_PfnMsgProc pfnProc,
                           uint32_t ulParam);
 

@@ -6,15 +6,23 @@
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/slab.h"
 
+// A buffer that is free or queued already must not be linked a second time.
+static bool BP_Enqueue(BP_ListCtrl *pstQueue, BP_SlabBuf *pstBuf) {
+    const BP_SemGuard stGuard(pstQueue->semLock);
+    if (BP_Read(pstBuf->pstQueue) != nullptr || BP_Read(pstBuf->ucFlag) == 0) {
+        return false;
+    }
+    pstQueue->stUsedList.PushBack(pstBuf);
+    BP_Write(pstBuf->pstQueue, pstQueue);
+    return true;
+}
+
 uint32_t BP_ModuleAddMsg(BP_ListCtrl *pstMstCtrl, BP_SlabBuf *pstSlabBuf) {
-    if (pstMstCtrl == nullptr || pstSlabBuf == nullptr || BP_Read(pstSlabBuf->pstQueue) != nullptr) {
+    if (pstMstCtrl == nullptr || pstSlabBuf == nullptr || !BP_Enqueue(pstMstCtrl, pstSlabBuf)) {
         BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid input params, pstMstCtrl:%p, pstSlabBuf:%p", __func__,
                      static_cast<void *>(pstMstCtrl), static_cast<void *>(pstSlabBuf));
         return BP_ERR_PARAM;
     }
-    const BP_SemGuard stGuard(pstMstCtrl->semLock);
-    pstMstCtrl->stUsedList.PushBack(pstSlabBuf);
-    BP_Write(pstSlabBuf->pstQueue, pstMstCtrl);
     return BP_OK;
 }
 
@@ -66,7 +74,7 @@ BP_SlabBuf *BP_ModuleGetMsg(BP_ListCtrl *pstMstCtrl, uint32_t enGetbyType, uint3
             return BP_Unqueue(BP_FindByAssiId(pstMstCtrl, ulAssiMsgId));
         }
     }
-    BP_LOG_WARN(0, "[%s]enGetbyType(%u) is invalid.", __func__, enGetbyType);
+    BP_LOG_WARN(0, "[%s]enGetbyType(%d) is invalid.", __func__, static_cast<int>(enGetbyType));
     return nullptr;
 }
 

@@ -13,7 +13,7 @@ constexpr uint32_t BP_GET_FIRST = 0;
 constexpr uint32_t BP_GET_BY_ASSI_ID = 1;
 
 // Appends a buffer, which then belongs to the queue; waking whoever serves it is the caller's part. BP_OK, or
-// BP_ERR_PARAM when an argument is null or the buffer is still linked into a queue. Any thread.
+// BP_ERR_PARAM when an argument is null or the buffer is free or queued already. Any thread.
 uint32_t BP_ModuleAddMsg(BP_ListCtrl *pstMstCtrl, BP_SlabBuf *pstSlabBuf);
 
 // Takes the first buffer (BP_GET_FIRST), or the first whose message carries ulAssiMsgId (BP_GET_BY_ASSI_ID); it

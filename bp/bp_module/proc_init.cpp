@@ -114,6 +114,7 @@ uint32_t BP_MwareInit(const char *pcProcName, uint32_t ulProcID) {
     const uint32_t ulRet = BP_ProcInit(pcProcName, ulProcID);
     if (ulRet != BP_OK) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to init process.", __func__);
+        g_bStarted = ulRet != BP_ERR_PARAM; // a name that does not fit has set nothing up
         return ulRet == BP_ERR_PARAM ? BP_ERR_PARAM : BP_ERR_FAIL;
     }
     BP_LOG_INFO("[%s]BP_MwareInit succeed.", __func__);

@@ -8,7 +8,9 @@
 // pools, opens the socket, registers the command module and, except in MW_MWARE, which does it itself when it
 // is ready to receive, the main module. Called from the program's own thread, before anything else of the
 // runtime, and once: every further call is refused, also after a start that failed, because what the first one
-// set up stays in use. BP_OK; BP_ERR_FAIL when start-up failed or has been made before; BP_ERR_PARAM for a name
+// set up stays in use; only a name that does not fit has set nothing up but the log.
+//
+// BP_OK; BP_ERR_FAIL when start-up failed or has been made before; BP_ERR_PARAM for a name
 // that is null, empty or longer than 59 characters. The log says what failed.
 uint32_t BP_MwareInit(const char *pcProcName, uint32_t ulProcID);
 

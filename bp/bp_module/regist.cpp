@@ -8,7 +8,9 @@
 #include "bp/bp_module/main_thread.h"
 #include "bp/bp_module/module_thread.h"
 #include "bp/bp_module/msg_proc.h"
+#include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/proc_info.h"
+#include "bp/bp_module/slab.h"
 
 static constexpr char g_szRegistFunc[] = "BP_RegistModule";
 static constexpr uint32_t BP_MODULE_NAME_MAX = 254;
@@ -28,7 +30,7 @@ static BP_ModuleInfo *BP_TakeModule() {
 static void BP_InitModule(BP_ModuleInfo *pstModule, const BP_ModuleConfig *pstRow) {
     memcpy(pstModule->szModuleName, pstRow->szModuleName, sizeof(pstModule->szModuleName));
     pstModule->ulModuleID = pstRow->ulModuleID;
-    pstModule->usProcID = pstRow->usProcID;
+    pstModule->usProcID = BP_Read(pstRow->usProcID);
     BP_Write(pstModule->ulUsed, 1U);
     BP_Write(pstModule->ulAssiMsgSeq, 0U);
     BP_Write<pthread_t>(pstModule->ulThreadID, 0);
@@ -53,6 +55,17 @@ static void BP_PublishModule(BP_ModuleInfo *pstModule) {
     BP_Write(pstModule->ulStarted, 1U);
 }
 
+// Nobody will ever serve what was queued between publication and the failed start.
+static void BP_DropQueued(BP_ModuleInfo *pstModule) {
+    for (BP_ListCtrl *pstQueue : {&pstModule->stMsgQueue, &pstModule->stAckQueue, &pstModule->stTimerQueue}) {
+        BP_SlabBuf *pstBuf = BP_ModuleGetMsg(pstQueue, BP_GET_FIRST, 0);
+        while (pstBuf != nullptr) {
+            BP_SlabFreeBuf(pstBuf);
+            pstBuf = BP_ModuleGetMsg(pstQueue, BP_GET_FIRST, 0);
+        }
+    }
+}
+
 static void BP_ReturnModule(BP_ModuleInfo *pstModule) {
     BP_ListCtrlOf<BP_ModuleInfo> &stCtrl = BP_GetProcInfo()->stModuleCtrl;
     const BP_SemGuard stGuard(stCtrl.semLock);
@@ -69,6 +82,7 @@ static uint32_t BP_StartModule(BP_ModuleInfo *pstModule) {
     if (lErr != 0) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]pthread_create fail err:%d", g_szRegistFunc, lErr);
         BP_ReturnModule(pstModule);
+        BP_DropQueued(pstModule);
         return BP_ERR_FAIL;
     }
     BP_Write(pstModule->ulThreadID, ulThread);
@@ -83,15 +97,15 @@ static const BP_ModuleConfig *BP_FindOwnRow(const char *pcName, uint32_t *pulMod
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to find module info by name %s.", g_szRegistFunc, pcName);
         return nullptr;
     }
-    if (pstRow->usProcID == 0) {
-        pstRow->usProcID = usOwnProcID;
+    if (BP_Read(pstRow->usProcID) == 0) {
+        BP_Write(pstRow->usProcID, usOwnProcID);
     }
     if (pulModuleID != nullptr) {
         *pulModuleID = pstRow->ulModuleID;
     }
-    if (pstRow->usProcID != usOwnProcID) {
+    if (BP_Read(pstRow->usProcID) != usOwnProcID) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]cur proc id %d != module proc id %d", g_szRegistFunc,
-                     static_cast<int>(usOwnProcID), static_cast<int>(pstRow->usProcID));
+                     static_cast<int>(usOwnProcID), static_cast<int>(BP_Read(pstRow->usProcID)));
         return nullptr;
     }
     return pstRow;

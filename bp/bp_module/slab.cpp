@@ -153,13 +153,18 @@ static void BP_SlabCount(BP_SlabMgr &stSlab, uint32_t ulFreeNum) {
     BP_Write(stSlab.ulUsedNum, stSlab.ulTotal - ulFreeNum);
 }
 
+// Needs the class lock.
+static void BP_NextUse(BP_SlabBuf *pstBuf) {
+    pstBuf->ulUseSeq.fetch_add(1, std::memory_order_relaxed);
+}
+
 static BP_SlabBuf *BP_SlabTake(BP_SlabMgr &stSlab, uint32_t ulSize) {
     const BP_SemGuard stGuard(stSlab.semLock);
     BP_SlabBuf *pstBuf = stSlab.stFreeList.PopFront();
     if (pstBuf != nullptr) {
         BP_Write(pstBuf->ucFlag, BP_BUF_TAKEN);
         BP_Write(pstBuf->usLen, static_cast<uint16_t>(ulSize));
-        pstBuf->ulUseSeq++;
+        BP_NextUse(pstBuf);
         BP_SlabCount(stSlab, BP_Read(stSlab.ulFreeNum) - 1);
     }
     return pstBuf;
@@ -179,21 +184,22 @@ BP_SlabBuf *BP_SlabGetBuf(uint32_t ulSize, uint32_t ulType) {
     }
     BP_SlabBuf *pstBuf = BP_SlabTake(g_stBPBufMgr.astSlab[ulClass], ulSize);
     if (pstBuf == nullptr) {
-        BP_LOG_DEBUG("[%s]fail to get buf from slab manager %u.", __func__, ulClass);
+        BP_LOG_DEBUG("[%s]fail to get buf from slab manager %d.", __func__, static_cast<int>(ulClass));
     }
     return pstBuf;
 }
 
-// Under the class lock, so that of two threads that free one buffer only one gives it back.
-static bool BP_SlabGiveBack(BP_SlabBuf *pstBuf) {
+// Under the class lock, so that of two threads that free one use of a buffer only one gives it back, and the
+// other cannot hit the next use.
+static bool BP_SlabGiveBack(BP_SlabBuf *pstBuf, uint32_t ulUseSeq) {
     BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[pstBuf->usSlabId];
     const BP_SemGuard stGuard(stSlab.semLock);
-    if (BP_Read(pstBuf->ucFlag) == 0) {
+    if (BP_Read(pstBuf->ucFlag) == 0 || BP_Read(pstBuf->ulUseSeq) != ulUseSeq) {
         return false;
     }
     BP_Write<uint8_t>(pstBuf->ucFlag, 0);
     BP_Write<uint16_t>(pstBuf->usLen, 0);
-    pstBuf->ulUseSeq++;
+    BP_NextUse(pstBuf);
     stSlab.stFreeList.PushFront(pstBuf);
     BP_SlabCount(stSlab, BP_Read(stSlab.ulFreeNum) + 1);
     return true;
@@ -211,15 +217,15 @@ static void BP_ReportDoubleFree(const BP_SlabBuf *pstBuf) {
     }
 }
 
-// The queue that the buffer is linked into may change or let go of it until its lock is held. Returns whether
-// the buffer was still there; then it is linked nowhere and the caller's.
-static bool BP_UnlinkFromQueue(BP_SlabBuf *pstBuf, BP_ListCtrl *pstQueue) {
+// The queue that the buffer is linked into may let go of it until its lock is held. Returns whether the buffer
+// was still there, in the same use; then it is linked nowhere and the caller's.
+static bool BP_UnlinkFromQueue(BP_SlabBuf *pstBuf, BP_ListCtrl *pstQueue, uint32_t ulUseSeq) {
     const BP_SemGuard stGuard(pstQueue->semLock);
-    if (BP_Read(pstBuf->pstQueue) != pstQueue) {
+    if (BP_Read(pstBuf->pstQueue) != pstQueue || BP_Read(pstBuf->ulUseSeq) != ulUseSeq) {
         return false;
     }
     BP_List<BP_SlabBuf>::Remove(pstBuf);
-    BP_Write<BP_ListCtrl *>(pstBuf->pstQueue, nullptr);
+    pstBuf->pstQueue.store(nullptr, std::memory_order_release);
     return true;
 }
 
@@ -232,37 +238,51 @@ uint32_t BP_SlabFreeBuf(BP_SlabBuf *pstSlabBuf) {
         BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid slabid %hu.", __func__, pstSlabBuf->usSlabId);
         return BP_ERR_PARAM;
     }
+    const uint32_t ulUseSeq = BP_Read(pstSlabBuf->ulUseSeq);
     // Acquired, so that a link that a queue's reader has just let go of is really free to be used.
     BP_ListCtrl *pstQueue = pstSlabBuf->pstQueue.load(std::memory_order_acquire);
     if (pstQueue != nullptr) {
-        BP_LOG_WARN(0, "[%s]buffer has not be del - slab %hu bid:%hu f:%d", __func__, pstSlabBuf->usSlabId,
-                    pstSlabBuf->usBid, 0);
-        if (!BP_UnlinkFromQueue(pstSlabBuf, pstQueue)) {
+        if (!BP_UnlinkFromQueue(pstSlabBuf, pstQueue, ulUseSeq)) {
             return BP_OK;
         }
+        BP_LOG_WARN(0, "[%s]buffer has not be del - slab %hu bid:%hu f:%d", __func__, pstSlabBuf->usSlabId,
+                    pstSlabBuf->usBid, 0);
     }
-    if (!BP_SlabGiveBack(pstSlabBuf)) {
+    if (!BP_SlabGiveBack(pstSlabBuf, ulUseSeq)) {
         BP_ReportDoubleFree(pstSlabBuf);
     }
     return BP_OK;
 }
 
 uint32_t BP_SlabUseSeq(const BP_SlabBuf *pstSlabBuf) {
-    return pstSlabBuf->ulUseSeq;
+    return BP_Read(pstSlabBuf->ulUseSeq);
 }
 
 void BP_SlabMarkTimeout(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq) {
     const BP_SemGuard stGuard(g_stBPBufMgr.astSlab[pstSlabBuf->usSlabId].semLock);
-    if (pstSlabBuf->ulUseSeq == ulUseSeq) {
+    if (BP_Read(pstSlabBuf->ulUseSeq) == ulUseSeq) {
         pstSlabBuf->ucFlag.fetch_or(BP_BUF_TIMEOUT, std::memory_order_relaxed);
     }
 }
 
-bool BP_SlabEndUse(BP_SlabBuf *pstSlabBuf) {
+// Needs the class lock. Clears the bits, which must not be all that are set, and returns the flag as it was.
+static uint8_t BP_ClearFlag(BP_SlabBuf *pstBuf, uint8_t ucBits) {
+    return pstBuf->ucFlag.fetch_and(static_cast<uint8_t>(~ucBits), std::memory_order_relaxed);
+}
+
+bool BP_SlabEndUse(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq) {
     const BP_SemGuard stGuard(g_stBPBufMgr.astSlab[pstSlabBuf->usSlabId].semLock);
-    pstSlabBuf->ulUseSeq++;
-    const uint8_t ucMask = static_cast<uint8_t>(~BP_BUF_TIMEOUT);
-    return (pstSlabBuf->ucFlag.fetch_and(ucMask, std::memory_order_relaxed) & BP_BUF_TIMEOUT) != 0;
+    if (BP_Read(pstSlabBuf->ulUseSeq) != ulUseSeq) {
+        return false;
+    }
+    BP_NextUse(pstSlabBuf);
+    return (BP_ClearFlag(pstSlabBuf, BP_BUF_TIMEOUT) & BP_BUF_TIMEOUT) != 0;
+}
+
+void BP_SlabRenewUse(BP_SlabBuf *pstSlabBuf) {
+    const BP_SemGuard stGuard(g_stBPBufMgr.astSlab[pstSlabBuf->usSlabId].semLock);
+    BP_NextUse(pstSlabBuf);
+    BP_ClearFlag(pstSlabBuf, BP_BUF_TIMEOUT | BP_BUF_DEQUEUED);
 }
 
 uint32_t BP_GetSlabInfo(uint32_t ulClass, BP_SlabInfo *pstInfo) {

@@ -68,16 +68,20 @@ uint32_t BP_SlabFreeBuf(BP_SlabBuf *pstSlabBuf);
 // contention: the count is read without the class lock.
 uint32_t BP_IsSlabBufAvaliable(uint32_t ulClass);
 
-// The use that a buffer the caller holds is in; a later use of the same buffer has another number.
+// The use that the buffer is in now; a later use of the same buffer has another number.
 uint32_t BP_SlabUseSeq(const BP_SlabBuf *pstSlabBuf);
 
 // Sets BP_BUF_TIMEOUT if the buffer is still in the given use, and leaves it alone if it was given back or has
 // changed hands since.
 void BP_SlabMarkTimeout(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq);
 
-// Ends the buffer's present use: from here on no mark reaches it. Clears BP_BUF_TIMEOUT and returns whether it
-// was set. For the thread that holds the buffer.
-bool BP_SlabEndUse(BP_SlabBuf *pstSlabBuf);
+// Ends the given use, if the buffer is still in it: from here on no mark meant for it arrives. Clears
+// BP_BUF_TIMEOUT and returns whether it was set; false when the buffer has changed hands before.
+bool BP_SlabEndUse(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq);
+
+// Begins a new use of a buffer that came out of a queue and is to go into one again. For the thread that holds
+// it.
+void BP_SlabRenewUse(BP_SlabBuf *pstSlabBuf);
 
 // State of one class, taken at one moment. BP_OK, or BP_ERR_PARAM for a class that does not exist.
 struct BP_SlabInfo {

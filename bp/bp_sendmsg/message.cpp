@@ -72,7 +72,7 @@ uint32_t BP_ConfigMsgHdr(BP_StructMsg *pstMsg, uint32_t ulModuleSrcID, uint32_t 
     BP_MsgHdr *pstHdr = BP_MsgHdrOf(pstMsg->pstSlabBuf);
     pstHdr->AssiMsgId = pstSrc->ulAssiMsgSeq.fetch_add(1, std::memory_order_relaxed);
     pstHdr->usSrcProcID = pstSrc->usProcID;
-    pstHdr->usDstProcID = pstDst->usProcID;
+    pstHdr->usDstProcID = BP_Read(pstDst->usProcID);
     return BP_OK;
 }
 
@@ -124,7 +124,7 @@ BP_StructMsg BP_KeepMsg(BP_StructMsg *pstMsg) {
     if (pstMsg == nullptr || pstMsg->pstSlabBuf == nullptr) {
         return BP_StructMsg();
     }
-    BP_SlabEndUse(pstMsg->pstSlabBuf);
+    BP_SlabEndUse(pstMsg->pstSlabBuf, BP_SlabUseSeq(pstMsg->pstSlabBuf));
     pstMsg->ulFlags |= BP_MSG_FLAG_KEEP;
     return BP_StructMsg{0, 0, pstMsg->pstSlabBuf};
 }

@@ -28,8 +28,9 @@ uint32_t BP_DecodeStructMsgData(const BP_StructMsg *pstMsg, uint8_t **ppucMemInt
 void BP_EraseMsgData(BP_StructMsg *pstMsg);
 
 // For a message handler: keeps the received message beyond the handler's return. Returns a handle of its own,
-// which any thread may erase when done; an empty one when pstMsg holds no buffer. A request kept this way is no
-// longer touched when its sender stops waiting, which is why handlers do not set BP_MSG_FLAG_KEEP by hand.
+// which any thread may erase when done; an empty one when pstMsg holds no buffer. From here on the
+// request is no longer touched when its sender stops waiting; a handler that sets BP_MSG_FLAG_KEEP by hand gets
+// that only when it returns, and must not let anybody erase the message before.
 BP_StructMsg BP_KeepMsg(BP_StructMsg *pstMsg);
 
 // The header of a message that a buffer with data memory holds.

@@ -74,7 +74,7 @@ uint32_t BP_SendMsgProc(BP_ModuleInfo *pstSrcModule, BP_StructMsg *pstMsg) {
     }
     if ((BP_Read(pstMsg->pstSlabBuf->ucFlag) & BP_BUF_DEQUEUED) != 0) {
         // A received message that is sent on: the time-out mark of whoever requested it must not follow it.
-        BP_SlabEndUse(pstMsg->pstSlabBuf);
+        BP_SlabRenewUse(pstMsg->pstSlabBuf);
     }
     ulRet = BP_ModuleAddMsg(pstQueue, pstMsg->pstSlabBuf);
     if (ulRet != BP_OK) {

@@ -68,6 +68,9 @@ static uint32_t BP_LimitMs(uint32_t ulTimeout) {
 static uint32_t BP_SendAndWait(BP_ModuleInfo *pstModule, BP_StructMsg *pstMsg, const BP_MsgHdr &stHdr,
                                uint32_t ulTimeout, BP_SlabBuf **ppstAnswer) {
     BP_SlabBuf *pstRequest = pstMsg->pstSlabBuf;
+    if ((BP_Read(pstRequest->ucFlag) & BP_BUF_DEQUEUED) != 0) {
+        BP_SlabRenewUse(pstRequest); // before its number is noted, or sending would change it
+    }
     const uint32_t ulUseSeq = BP_SlabUseSeq(pstRequest);
     if (BP_SendMsgProc(pstModule, pstMsg) != BP_OK) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to send msg.", g_szSyncFunc);
