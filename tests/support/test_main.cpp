@@ -26,6 +26,51 @@ static bool TestRaiseLoopback() {
     return bDone;
 }
 
+// How unshare(1) gets us namespaces here: as root, or as an ordinary user who becomes one inside. Null when it
+// does not.
+static const char *TestUnshareFlags() {
+    for (const char *pcFlags : {"-mn", "-Urmn"}) {
+        if (system((std::string("unshare ") + pcFlags + " true 2>/dev/null").c_str()) == 0) {
+            return pcFlags;
+        }
+    }
+    return nullptr;
+}
+
+static void TestRunInside(const char *pcFlags, char **argv) {
+    setenv(g_szInside, "1", 1);
+    std::string szSelf(4096, '\0');
+    szSelf.resize(static_cast<size_t>(readlink("/proc/self/exe", szSelf.data(), szSelf.size())));
+    std::vector<char *> apcArg = {strdup("unshare"), strdup(pcFlags), strdup("--"), szSelf.data()};
+    for (char **ppcArg = argv + 1; *ppcArg != nullptr; ppcArg++) {
+        apcArg.push_back(*ppcArg);
+    }
+    apcArg.push_back(nullptr);
+    execvp("unshare", apcArg.data());
+    perror("unshare");
+    exit(1);
+}
+
+// What the runtime leaves behind, as a shell pattern.
+static const char g_szLeftOver[] =
+    "/var/log/*0[01].log /var/log/*0[01].debug /var/log/*0[01].buf /tmp/ThreadInfo*.log";
+
+// Without namespaces the machine's own files are used. They are removed again, so they must not have been there
+// before.
+static void TestUseMachine() {
+    fprintf(stderr, "private namespaces are not permitted: using this machine's own files and ports\n");
+    if (system((std::string("ls ") + g_szLeftOver + " 2>/dev/null | grep -q .").c_str()) == 0) {
+        fprintf(stderr, "there are log files of the runtime already, which the tests would spoil: %s\n",
+                g_szLeftOver);
+        exit(1);
+    }
+    atexit([] {
+        if (system((std::string("rm -f /tmp/go ") + g_szLeftOver).c_str()) != 0) {
+            perror("rm");
+        }
+    });
+}
+
 static void TestEnterSandbox(char **argv) {
     if (getenv(g_szInside) != nullptr) {
         if (!TestRaiseLoopback() || mount("tmpfs", "/var/log", "tmpfs", 0, nullptr) != 0 ||
@@ -35,22 +80,11 @@ static void TestEnterSandbox(char **argv) {
         }
         return;
     }
-    if (system("unshare -Urmn true 2>/dev/null") != 0) {
-        fprintf(stderr, "private namespaces are not permitted: using this machine's own files and ports\n");
-        return;
+    const char *pcFlags = TestUnshareFlags();
+    if (pcFlags != nullptr) {
+        TestRunInside(pcFlags, argv);
     }
-    setenv(g_szInside, "1", 1);
-    std::vector<char *> apcArg = {strdup("unshare"), strdup("-Urmn"), strdup("--"), strdup("/proc/self/exe")};
-    std::string szSelf(4096, '\0');
-    szSelf.resize(static_cast<size_t>(readlink("/proc/self/exe", szSelf.data(), szSelf.size())));
-    apcArg.back() = szSelf.data();
-    for (char **ppcArg = argv + 1; *ppcArg != nullptr; ppcArg++) {
-        apcArg.push_back(*ppcArg);
-    }
-    apcArg.push_back(nullptr);
-    execvp("unshare", apcArg.data());
-    perror("unshare");
-    exit(1);
+    TestUseMachine();
 }
 
 static bool TestOnlyLists(int argc, char **argv) {
