@@ -8,11 +8,12 @@
 #include "tests/support/files.h"
 #include "tests/support/pty_session.h"
 
-static std::vector<std::string> FilesIn(const std::string &szDir) {
+static std::vector<std::string> FilesIn(const std::string &szDir, const std::string &szStart = "") {
     std::vector<std::string> aszName;
     DIR *pstDir = opendir(szDir.c_str());
     while (const struct dirent *pstEntry = pstDir != nullptr ? readdir(pstDir) : nullptr) {
-        if (pstEntry->d_name[0] != '.') {
+        if (pstEntry->d_name[0] != '.' &&
+            szStart.compare(0, szStart.size(), pstEntry->d_name, szStart.size()) == 0) {
             aszName.emplace_back(pstEntry->d_name);
         }
     }
@@ -155,7 +156,7 @@ TEST_F(ConsoleOnMware, LeavesOnlyTheSpecifiedFiles) {
     pstKs_->Type("q\rq\r");
     EXPECT_EQ(pstKs_->WaitExit(), 0);
     EXPECT_EQ(FilesIn("/var/log"), (std::vector<std::string>{"MW_MWARE00.log", "ks00.log"}));
-    EXPECT_EQ(FilesIn("/tmp").size(), 2U);
+    EXPECT_EQ(FilesIn("/tmp", "ThreadInfo[").size(), 2U);
     EXPECT_EQ(CountOf(ReadFile("/tmp/ThreadInfo[" + szPid + "].log"), "\n"),
               2U); // ks_cmd, whose second thread has its place, and ks
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -11,6 +12,7 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -71,10 +73,30 @@ static void TestUseMachine() {
     });
 }
 
+// An empty /tmp, except that a checkout which lies there stays where it is.
+static bool TestEmptyTmp() {
+    static const std::string szTmp = "/tmp/";
+    char acSelf[4096] = {};
+    std::string szKeep;
+    if (readlink("/proc/self/exe", acSelf, sizeof(acSelf) - 1) > 0 && szTmp.compare(0, 5, acSelf, 5) == 0) {
+        szKeep = acSelf;
+        szKeep.resize(szKeep.find('/', szTmp.size()));
+    }
+    const int lKeep = szKeep.empty() ? -1 : open(szKeep.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) != 0) {
+        return false;
+    }
+    if (szKeep.empty()) {
+        return true;
+    }
+    const std::string szFd = "/proc/self/fd/" + std::to_string(lKeep);
+    return mkdir(szKeep.c_str(), 0755) == 0 &&
+           mount(szFd.c_str(), szKeep.c_str(), nullptr, MS_BIND, nullptr) == 0;
+}
+
 static void TestEnterSandbox(char **argv) {
     if (getenv(g_szInside) != nullptr) {
-        if (!TestRaiseLoopback() || mount("tmpfs", "/var/log", "tmpfs", 0, nullptr) != 0 ||
-            mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) != 0) {
+        if (!TestRaiseLoopback() || mount("tmpfs", "/var/log", "tmpfs", 0, nullptr) != 0 || !TestEmptyTmp()) {
             perror("sandbox");
             exit(1);
         }
