@@ -193,7 +193,7 @@ TEST(Console, WithoutTerminal) {
 TEST(Console, SilentTarget_IsNamedAndBuiltInsRemain) {
     PtySession stKs({KS_PATH});
     EXPECT_EQ(stKs.ReadUntil("\r\n<dbg>", 60),
-              "MW_MWARE did not send its commands: only the built-in commands will work\r\n\r\r\n<dbg>");
+              "no commands from MW_MWARE: only the built-in commands will work\r\n\r\r\n<dbg>");
     stKs.Type("e\t");
     stKs.ReadUntil("\r\n[dbg]");
     EXPECT_EQ(Command(&stKs, "display slab"), "\r\r\n     ^\r\r\nWrong command input!\r");

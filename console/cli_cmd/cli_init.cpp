@@ -36,9 +36,9 @@ static void CLI_LoadDefinitions(const char *pcTarget) {
     const uint32_t ulTreeRet = CLI_ExecuteCmd(BP_CMD_GET_TREE, "");
     const uint32_t ulModuleRet = CLI_ExecuteCmd(BP_CMD_GET_MODULES, "");
     if (ulTreeRet != BP_OK) {
-        fprintf(stderr, "%s did not send its commands: only the built-in commands will work\n", pcTarget);
+        fprintf(stderr, "no commands from %s: only the built-in commands will work\n", pcTarget);
     } else if (ulModuleRet != BP_OK) {
-        fprintf(stderr, "%s did not send its modules: debug and nodebug cannot list them\n", pcTarget);
+        fprintf(stderr, "no module list from %s: debug and nodebug cannot show it\n", pcTarget);
     }
 }
 

@@ -172,9 +172,12 @@ uint32_t CLI_LinkNode(uint32_t ulMode, CLI_CMD_NODE *pstCur) {
     return BP_OK;
 }
 
+// Enough for any number that means something, and for zeros or blanks in front of it.
+static constexpr uint32_t CLI_COUNT_SIZE = 128;
+
 // Reads the three lines of one entry; false when the text ends before the last of them.
 static bool CLI_ReadEntry(const char **ppcText, CLI_CMD_NODE *pstNode) {
-    char szCount[16];
+    char szCount[CLI_COUNT_SIZE];
     if (!CLI_NextLine(ppcText, pstNode->szName, sizeof(pstNode->szName)) ||
         !CLI_NextLine(ppcText, pstNode->szHelp, sizeof(pstNode->szHelp)) ||
         !CLI_NextLine(ppcText, szCount, sizeof(szCount))) {

@@ -1,8 +1,8 @@
 // Interpretation of a line typed in debug mode: the built-in words "debug", "nodebug", "loglevel" and "display
 // loglevel", or a walk of the command tree, word by word.
 //
-// Words must be typed whole; TAB completes them. A line is sent to the target only when all of it fits its
-// buffer: a word too many is reported as wrong input at that word, never cut.
+// Words must be typed whole; TAB completes them. Only the first 20 words count. What they make is sent to the
+// target only when all of it fits its buffer: a word that no longer fits is reported as wrong input, never cut.
 #ifndef CONSOLE_CLI_CMD_INTERPRET_H
 #define CONSOLE_CLI_CMD_INTERPRET_H
 

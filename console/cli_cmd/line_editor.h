@@ -22,7 +22,7 @@ bool CLI_IsInputEnded();
 // be switched.
 uint8_t CLI_ReadPendingChar();
 
-// The characters at the end of pcText: the last one, 0 for an empty text.
+// The last character of pcText, 0 for an empty text.
 char CLI_LastChar(const char *pcText);
 
 #endif

@@ -53,24 +53,28 @@ static void TestRunInside(const char *pcFlags, char **argv) {
     exit(1);
 }
 
-// What the runtime leaves behind, as a shell pattern.
-static const char g_szLeftOver[] =
-    "/var/log/*0[01].log /var/log/*0[01].debug /var/log/*0[01].buf /tmp/ThreadInfo*.log";
+// What the runtime leaves behind, as shell patterns. The names of thread information files are their process's
+// own.
+#define TEST_LOG_FILES "/var/log/*0[01].log /var/log/*0[01].debug /var/log/*0[01].buf"
+
+static bool g_bOnMachine;
 
 // Without namespaces the machine's own files are used. They are removed again, so they must not have been there
 // before.
 static void TestUseMachine() {
     fprintf(stderr, "private namespaces are not permitted: using this machine's own files and ports\n");
-    if (system((std::string("ls ") + g_szLeftOver + " 2>/dev/null | grep -q .").c_str()) == 0) {
-        fprintf(stderr, "there are log files of the runtime already, which the tests would spoil: %s\n",
-                g_szLeftOver);
+    if (system("ls " TEST_LOG_FILES " 2>/dev/null | grep -q .") == 0) {
+        fprintf(stderr, "there are log files already, which the tests would spoil: %s\n", TEST_LOG_FILES);
         exit(1);
     }
-    atexit([] {
-        if (system((std::string("rm -f /tmp/go ") + g_szLeftOver).c_str()) != 0) {
-            perror("rm");
-        }
-    });
+    g_bOnMachine = true;
+}
+
+static void TestCleanMachine() {
+    usleep(200000); // the runtime's threads have nothing more to say by then
+    if (system("rm -rf /tmp/go /var/log/aside /tmp/ThreadInfo*.log " TEST_LOG_FILES) != 0) {
+        perror("rm");
+    }
 }
 
 // An empty /tmp, except that a checkout which lies there stays where it is.
@@ -123,5 +127,9 @@ int main(int argc, char **argv) {
         TestEnterSandbox(argv);
     }
     testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    const int lRet = RUN_ALL_TESTS();
+    if (g_bOnMachine) {
+        TestCleanMachine();
+    }
+    return lRet;
 }
