@@ -2,6 +2,7 @@
 #ifndef BP_BP_H
 #define BP_BP_H
 
+#include "bp/bp_clock.h"
 #include "bp/bp_list.h"
 #include "bp/bp_msg_hdr.h"
 #include "bp/bp_sem.h"
@@ -26,6 +27,7 @@
 #include "bp/bp_module/main_thread.h"
 #include "bp/bp_module/module_thread.h"
 #include "bp/bp_module/proc_init.h"
+#include "bp/bp_module/receive.h"
 #include "bp/bp_module/recv_ring.h"
 #include "bp/bp_module/regist.h"
 #include "bp/bp_module/socket.h"

@@ -90,6 +90,7 @@ TEST(CmdTable, RefusesWhatTheConsoleCouldNotHandle) {
         {{{T, "help", szHelp122.c_str()}}, BP_ERR_CMD_HELP},
         {{{T, "help", "two\nlines"}}, BP_ERR_CMD_HELP},
         {{{T, "show", "again"}}, BP_ERR_CMD_CLASH},
+        {{{T, "loglevel", "the console's own"}}, BP_ERR_CMD_CLASH},
         {{{T, "showall", ""}}, BP_ERR_CMD_CLASH},
         {{{T, "sho", ""}}, BP_ERR_CMD_CLASH},
         {{{S, "any", ""}}, BP_ERR_CMD_CLASH},
@@ -104,9 +105,11 @@ TEST(CmdTable, RefusesWhatTheConsoleCouldNotHandle) {
         EXPECT_EQ(Regist(stCase.astWord), stCase.ulRet);
         EXPECT_EQ(Tree(), szBefore);
     }
+    const std::vector<BP_CmdWord> astLong(3, {T, szName31.c_str(), ""}); // 7 + 3 * 32
+    EXPECT_EQ(Regist(astLong), BP_ERR_CMD_LONG);
     EXPECT_EQ(BP_RegistCmd(nullptr), BP_ERR_PARAM);
     const std::string szLog = ReadFile("/var/log/t00.log");
-    EXPECT_EQ(CountOf(szLog, "[E(1103)][bp_cmd-"), 9U);
+    EXPECT_EQ(CountOf(szLog, "[E(1103)][bp_cmd-"), 10U);
     EXPECT_NE(szLog.find("[BP_RegistCmd]command para, word num: cannot be told from another command."),
               std::string::npos);
     EXPECT_EQ(Regist({{T, "para", ""}, {T, "zoom", ""}}), BP_OK); // a keyword beside a number is clear
@@ -265,7 +268,7 @@ TEST_F(CmdServe, AnswerTooLong_IsCutAtALineEndAndSaysSo) {
     EXPECT_EQ(szWhole.size(), 8149U);
     const std::string szCut = Ask(31060, "<display much lines >816;");
     EXPECT_LE(szCut.size(), BP_ACK_TEXT_MAX);
-    EXPECT_NE(szCut.find("line 0807\n(answer cut: 8080 of 8160 bytes)\n"), std::string::npos)
+    EXPECT_NE(szCut.find("line 0807\n(answer cut: 8080 of 8160 bytes)"), std::string::npos)
         << szCut.substr(8000);
     EXPECT_EQ(szCut.find("line 0808"), std::string::npos);
     EXPECT_NE(Ask(31060, "<display much lines >100000;").find("of 1090000 bytes)"), std::string::npos);

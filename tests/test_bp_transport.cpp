@@ -151,11 +151,68 @@ TEST_F(Transport, DatagramTooLargeForTheRing_IsRefusedWholeAndCostsNothingElse) 
     EXPECT_EQ(Logged("[BP_GetAndDispatchMsg]read from socket fail errcode:90(Message too long)."), 1U);
 }
 
+// What is in the ring and what comes next, up to the ring's size, always gets through.
 TEST_F(Transport, BeginningThatIsNeverContinued_GivesWay) {
-    const std::string szStuck = MsgOfLength(8192, std::string(8100, 's')); // 52 bytes are missing for ever
-    Arrive({szStuck, Msg(std::string(60, 'a')), Msg("b"), Msg("c")});
-    EXPECT_TRUE(Delivered({"b", "c"}));
-    EXPECT_LE(pstRing_->ulUsedLen, 3U);
+    const std::string szFull(8192 - 40, 'f');
+    std::string szNested;
+    for (int i = 0; i < 200; i++) {
+        szNested += MsgOfLength(8192, "");
+    }
+    const struct {
+        const char *pcName;
+        std::string szStuck;
+    } astCase[] = {
+        {"one byte", "x"},
+        {"three bytes", "xyz"},
+        {"much garbage", std::string(5000, 'g')},
+        {"a header", MsgOfLength(8192, "")},
+        {"52 bytes missing", MsgOfLength(8192, std::string(8100, 's'))},
+        {"headers in headers", szNested},
+    };
+    for (const auto &stCase : astCase) {
+        SCOPED_TRACE(stCase.pcName);
+        g_aszSeen.clear();
+        Arrive({stCase.szStuck, Msg(szFull), Msg("a")});
+        EXPECT_TRUE(Delivered({szFull, "a"}));
+        EXPECT_EQ(pstRing_->ulUsedLen, 0U);
+    }
+    EXPECT_EQ(Logged("read from socket fail"), 0U);
+    EXPECT_GE(Logged("[BP_GiveUpHead]give up incomplete msg, 3 bytes are there."), 1U);
+}
+
+TEST_F(Transport, MessageThatWaitsTooLongForItsRest_IsGivenUp) {
+    Arrive({MsgOfLength(8192, ""), Msg("swallowed"), Msg("too")});
+    EXPECT_TRUE(Delivered({}));
+    BP_ResumeReceive();
+    EXPECT_TRUE(Delivered({})); // not yet
+    pstRing_->lHeldSinceMs -= BP_RECV_HOLD_MS + 1;
+    BP_ResumeReceive();
+    EXPECT_TRUE(Delivered({"swallowed", "too"}));
+    EXPECT_EQ(pstRing_->lHeldSinceMs, 0);
+}
+
+// The answer goes to where the request came from, whatever was refused in between.
+TEST_F(Transport, RefusedDatagram_LeavesThePeerAddress) {
+    BusSocket stOther;
+    stPeer_.SendTo(PORT_MWARE, Msg("abc").substr(0, 41));
+    stOther.SendTo(PORT_MWARE, std::string(9000, 'x'));
+    stOther.SendTo(PORT_MWARE, "");
+    BP_GetAndDispatchMsg();
+    EXPECT_EQ(BP_GetProcInfo()->stPeerAddr.sin_port, htons(stPeer_.Port()));
+    Arrive({Msg("abc").substr(41)});
+    EXPECT_TRUE(Delivered({"abc"}));
+}
+
+// A flood of answers that nobody asked for does not keep a request out.
+TEST_F(Transport, UnaskedAnswers_MakeWayWhenBuffersAreShort) {
+    WireMsg stAck = MakeMsg(MW_CTRL, 9, "x");
+    stAck.stHdr.ulMsgType = BP_MSG_TYPE_ACK;
+    for (int i = 0; i < 10; i++) {
+        Arrive(std::vector<std::string>(60, Bytes(stAck)));
+    }
+    Arrive({Msg("a request")});
+    EXPECT_TRUE(Delivered({"a request"}));
+    BP_DropAllStaleAcks();
 }
 
 TEST_F(Transport, NoBuffer_NothingIsLostOrMisaddressed) {

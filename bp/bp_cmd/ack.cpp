@@ -20,7 +20,7 @@ static uint32_t BP_CutText(const char *pcText, uint32_t ulLen, char (&szCut)[BP_
         ulKeep = static_cast<uint32_t>(static_cast<const char *>(pLineEnd) - pcText) + 1;
     }
     memcpy(szCut, pcText, ulKeep);
-    const int lNote = snprintf(szCut + ulKeep, BP_CUT_NOTE_SIZE, "%s(answer cut: %u of %u bytes)\n",
+    const int lNote = snprintf(szCut + ulKeep, BP_CUT_NOTE_SIZE, "%s(answer cut: %u of %u bytes)",
                                pLineEnd != nullptr ? "" : "\n", ulKeep, ulLen);
     return ulKeep + static_cast<uint32_t>(lNote);
 }

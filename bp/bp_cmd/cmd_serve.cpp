@@ -25,8 +25,8 @@ static uint32_t BP_ServeTree(const BP_CmdText &stText, BP_CmdAnswer *pstAnswer) 
     return BP_OK;
 }
 
-// Bus modules first, then log modules that are none, such as the runtime's own. Duplicates are the console's to
-// drop.
+// Bus modules first, of which debugging can be switched for those that have a log module of their name; then
+// all log modules, such as the runtime's own. Duplicates are the console's to drop.
 static uint32_t BP_ServeModules(const BP_CmdText &stText, BP_CmdAnswer *pstAnswer) {
     (void)stText;
     BP_ModuleInfo *apstModule[BP_MAX_MODULE_NUM];

@@ -4,9 +4,10 @@
 
 #include <cstdint>
 
-// Requests of the console and what is answered. Whatever is not understood is answered "operate fail".
+// Requests of the console and what is answered. A request whose text is not understood is answered "operate
+// fail".
 constexpr uint32_t BP_CMD_GET_TREE = 31051;    // the definition text
-constexpr uint32_t BP_CMD_GET_MODULES = 31052; // the names that "debug" may be given
+constexpr uint32_t BP_CMD_GET_MODULES = 31052; // the modules, and what else "debug" may be given
 constexpr uint32_t BP_CMD_GET_LEVEL = 31055;
 constexpr uint32_t BP_CMD_SET_LEVEL = 31056; // text: the level, 2 to 5
 constexpr uint32_t BP_CMD_DEBUG_ON = 31058;  // text: log modules, each behind a line feed, or "all"

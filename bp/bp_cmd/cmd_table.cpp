@@ -126,6 +126,16 @@ struct BP_CmdPlan {
     uint32_t ulText;
 };
 
+// A line of the console that gives the command its shortest values.
+static uint32_t BP_TypedLength(const BP_CmdDef &stDef, uint32_t ulWords) {
+    uint32_t ulLen = BP_Length(g_szRootName);
+    for (uint32_t i = 0; i < ulWords; i++) {
+        const BP_CmdWord &stWord = stDef.astWord[i];
+        ulLen += 1 + (BP_WordType(stWord) == BP_CMD_TITLE ? BP_Length(stWord.pcName) : 1);
+    }
+    return ulLen;
+}
+
 // Whether a command ends at the node already; a word that is still to come has no node.
 static bool BP_IsComplete(const BP_CmdNode *pstNode) {
     return pstNode != nullptr && pstNode->pstDef != nullptr;
@@ -224,6 +234,8 @@ static const char *BP_CmdErrorText(uint32_t ulRet) {
         return "bad help text";
     case BP_ERR_CMD_CLASH:
         return "cannot be told from another command";
+    case BP_ERR_CMD_LONG:
+        return "command is too long";
     case BP_ERR_CMD_FULL:
         return "command tree is full";
     default:
@@ -243,6 +255,13 @@ uint32_t BP_RegistCmd(const BP_CmdDef *pstDef) {
     for (uint32_t i = 0; ulRet == BP_OK && i < ulWords; i++) {
         ulBadWord = i;
         ulRet = BP_CheckWord(pstDef->astWord[i]);
+    }
+    if (ulRet == BP_OK && BP_TypedLength(*pstDef, ulWords) > BP_CMD_TYPED_MAX) {
+        ulRet = BP_ERR_CMD_LONG;
+    }
+    // What the console makes of "display loglevel" itself never reaches the tree.
+    if (ulRet == BP_OK && strcmp(pstDef->astWord[0].pcName, "loglevel") == 0) {
+        ulRet = BP_ERR_CMD_CLASH;
     }
     if (ulRet == BP_OK) {
         ulRet = BP_AddCmd(*pstDef, ulWords, &ulBadWord);

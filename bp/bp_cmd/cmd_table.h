@@ -26,11 +26,14 @@ constexpr uint32_t BP_CMD_INTEGER = 2; // a decimal number up to 4294967295
 constexpr uint32_t BP_CMD_STRING = 3;  // any word
 constexpr uint32_t BP_CMD_OPTIONAL = 0x100;
 
+constexpr uint32_t BP_CMD_TYPED_MAX = 99; // characters of a line in the console
+
 // Results of BP_RegistCmd.
 constexpr uint32_t BP_ERR_CMD_NAME =
     1101; // a name is too long, empty, or has a character that words cannot have
 constexpr uint32_t BP_ERR_CMD_HELP = 1102;  // a help text is too long or has a line break
 constexpr uint32_t BP_ERR_CMD_CLASH = 1103; // the command exists, or a word could be mistaken for one beside it
+constexpr uint32_t BP_ERR_CMD_LONG = 1105;  // the command does not fit a line, however short its values
 constexpr uint32_t BP_ERR_CMD_FULL = 1104;  // no node is left, or the tree would not fit one message
 
 struct BP_CmdWord {

@@ -5,22 +5,11 @@
 #include <sys/epoll.h>
 
 #include "bp/bp_log/log.h"
-#include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/module_thread.h"
 #include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/proc_info.h"
-#include "bp/bp_module/recv_ring.h"
+#include "bp/bp_module/receive.h"
 #include "bp/bp_sendmsg/socket_send.h"
-
-// Answers that came too late are given back here rather than where they arrive: the wait they belong to may end
-// between the arrival and the look.
-static void BP_DropAllStaleAcks() {
-    BP_ModuleInfo *apstModule[BP_MAX_MODULE_NUM];
-    const uint32_t ulNum = BP_ListModules(apstModule, BP_MAX_MODULE_NUM);
-    for (uint32_t i = 0; i < ulNum; i++) {
-        BP_DropStaleAcks(apstModule[i]);
-    }
-}
 
 static void BP_IdlePass(BP_ModuleInfo *pstMain) {
     BP_ThreadRecvMsgProc(pstMain);

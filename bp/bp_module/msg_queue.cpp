@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "bp/bp_log/log.h"
+#include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/slab.h"
 
 // A buffer that is free or queued already must not be linked a second time.
@@ -127,6 +128,16 @@ uint32_t BP_DropStaleAcks(BP_ModuleInfo *pstModule) {
         BP_SlabFreeBuf(pstBuf);
         ulNum++;
         pstBuf = BP_TakeStaleAck(pstModule);
+    }
+    return ulNum;
+}
+
+uint32_t BP_DropAllStaleAcks() {
+    BP_ModuleInfo *apstModule[BP_MAX_MODULE_NUM];
+    const uint32_t ulModules = BP_ListModules(apstModule, BP_MAX_MODULE_NUM);
+    uint32_t ulNum = 0;
+    for (uint32_t i = 0; i < ulModules; i++) {
+        ulNum += BP_DropStaleAcks(apstModule[i]);
     }
     return ulNum;
 }

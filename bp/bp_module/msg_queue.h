@@ -32,4 +32,8 @@ void BP_WithdrawAckWait(BP_ModuleInfo *pstModule, BP_AckWait *pstWait);
 // late, twice, or to a question never asked. Returns their number. Any thread.
 uint32_t BP_DropStaleAcks(BP_ModuleInfo *pstModule);
 
+// The same for every module. Made by the main thread, in idle passes and when buffers are short, rather than
+// where an answer arrives: the wait it belongs to may end between its arrival and a look.
+uint32_t BP_DropAllStaleAcks();
+
 #endif

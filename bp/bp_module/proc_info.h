@@ -19,7 +19,8 @@ struct BP_RecvRing {
     uint32_t ulWrPos = 0;
     uint32_t ulRdPos = 0;
     uint8_t *pucBuf = nullptr;
-    bool bNoBuf = false; // the oldest message found no buffer; the socket is left alone until it does
+    bool bNoBuf = false;      // the oldest message found no buffer; the socket is left alone until it does
+    int64_t lHeldSinceMs = 0; // since when the oldest message has been incomplete; 0 when it is not
 };
 
 struct BP_ProcInfo {

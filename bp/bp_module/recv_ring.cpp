@@ -1,11 +1,9 @@
 #include "bp/bp_module/recv_ring.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <sys/socket.h>
-#include <sys/uio.h>
 
+#include "bp/bp_clock.h"
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_queue.h"
@@ -13,7 +11,6 @@
 #include "bp/bp_sendmsg/message.h"
 
 static constexpr char g_szTransFunc[] = "BP_TransMsgToModule";
-static constexpr char g_szReadFunc[] = "BP_GetAndDispatchMsg";
 
 uint32_t BP_InitRecvRing(BP_RecvRing *pstRing) {
     *pstRing = BP_RecvRing();
@@ -161,86 +158,50 @@ uint32_t BP_TransMsgToModule(uint32_t *pulResult) {
     return BP_Deliver(pstDst, pstBuf, stHdr.ulMsgType, pulResult);
 }
 
-uint32_t BP_CutMessages() {
-    uint32_t ulResult = BP_TRANS_DONE;
-    while (ulResult == BP_TRANS_DONE) {
-        if (BP_TransMsgToModule(&ulResult) != 0) {
-            BP_GetNextMsgHdr(&BP_GetProcInfo()->stRecvRing);
-            ulResult = BP_TRANS_DONE;
-        }
+// Notes since when the oldest message has been waiting for its rest.
+static void BP_NoteHead(BP_RecvRing *pstRing, uint32_t ulResult, bool bNewHead) {
+    if (ulResult != BP_TRANS_INCOMPLETE || pstRing->ulUsedLen == 0) {
+        pstRing->lHeldSinceMs = 0;
+    } else if (bNewHead || pstRing->lHeldSinceMs == 0) {
+        pstRing->lHeldSinceMs = BP_NowMs();
     }
-    BP_GetProcInfo()->stRecvRing.bNoBuf = ulResult == BP_TRANS_NO_BUF;
+}
+
+static uint32_t BP_CutSome(BP_RecvRing *pstRing, bool *pbConsumed) {
+    uint32_t ulResult = BP_TRANS_DONE;
+    for (;;) {
+        if (BP_TransMsgToModule(&ulResult) != 0) {
+            BP_GetNextMsgHdr(pstRing);
+        } else if (ulResult != BP_TRANS_DONE) {
+            return ulResult;
+        }
+        *pbConsumed = true;
+    }
+}
+
+uint32_t BP_CutMessages() {
+    BP_RecvRing *pstRing = &BP_GetProcInfo()->stRecvRing;
+    if (pstRing->ulMaxSize == 0) {
+        return BP_TRANS_INCOMPLETE; // not set up yet
+    }
+    bool bConsumed = false;
+    uint32_t ulResult = BP_CutSome(pstRing, &bConsumed);
+    // Answers that nobody waits for are the one thing that can be let go of when buffers are short.
+    while (ulResult == BP_TRANS_NO_BUF && BP_DropAllStaleAcks() != 0) {
+        ulResult = BP_CutSome(pstRing, &bConsumed);
+    }
+    pstRing->bNoBuf = ulResult == BP_TRANS_NO_BUF;
+    BP_NoteHead(pstRing, ulResult, bConsumed);
     return ulResult;
 }
 
-// Reads one datagram into the free room, over the end of the storage if need be. Its length, which is more than
-// the free room had when it did not fit and was discarded; -1 with errno set when the read failed.
-static ssize_t BP_ReadDatagram(BP_ProcInfo *pstProc) {
-    BP_RecvRing *pstRing = &pstProc->stRecvRing;
-    const uint32_t ulTail = pstRing->ulMaxSize - pstRing->ulWrPos;
-    const uint32_t ulFirst = pstRing->ulFreeLen < ulTail ? pstRing->ulFreeLen : ulTail;
-    struct iovec astPiece[] = {{pstRing->pucBuf + pstRing->ulWrPos, ulFirst},
-                               {pstRing->pucBuf, pstRing->ulFreeLen - ulFirst}};
-    struct msghdr stMsg = {};
-    stMsg.msg_name = &pstProc->stPeerAddr;
-    stMsg.msg_namelen = pstProc->ulPeerAddrLen;
-    stMsg.msg_iov = astPiece;
-    stMsg.msg_iovlen = 2;
-    const ssize_t lRead = recvmsg(pstProc->lSocket, &stMsg, MSG_TRUNC);
-    if (lRead > 0 && static_cast<uint32_t>(lRead) <= pstRing->ulFreeLen) {
-        const uint32_t ulRead = static_cast<uint32_t>(lRead);
-        pstRing->ulWrPos = (pstRing->ulWrPos + ulRead) % pstRing->ulMaxSize;
-        pstRing->ulFreeLen -= ulRead;
-        pstRing->ulUsedLen += ulRead;
-    }
-    return lRead;
-}
-
-static uint32_t BP_ReportReadError(int lErr) {
-    BP_LOG_ERROR(BP_ERR_FAIL, "[%s]read from socket fail errcode:%d(%s).", g_szReadFunc, lErr, strerror(lErr));
-    return BP_ERR_FAIL;
-}
-
-// A datagram found no room. If it could have fitted an empty ring, what holds the room is the beginning of a
-// message whose rest may never come: it is given up, and whatever stands behind its prefix gets its turn.
-static void BP_RefuseDatagram(BP_RecvRing *pstRing, uint32_t ulLen) {
-    BP_ReportReadError(EMSGSIZE);
-    if (ulLen <= pstRing->ulMaxSize && pstRing->ulUsedLen >= BP_MSG_PREFIX_LEN) {
+void BP_GiveUpHead(BP_RecvRing *pstRing) {
+    BP_LOG_ERROR(BP_ERR_FAIL, "[%s]give up incomplete msg, %u bytes are there.", __func__, pstRing->ulUsedLen);
+    if (pstRing->ulUsedLen >= BP_MSG_PREFIX_LEN) {
         BP_RingConsume(pstRing, BP_MSG_PREFIX_LEN);
         BP_GetNextMsgHdr(pstRing);
     }
-}
-
-uint32_t BP_GetAndDispatchMsg() {
-    BP_ProcInfo *pstProc = BP_GetProcInfo();
-    BP_RecvRing *pstRing = &pstProc->stRecvRing;
-    // The socket is edge-triggered: it must be read until it is empty, or what came together with one datagram
-    // would wait for the next. That it is empty then is no failure.
-    bool bMayBeEmpty = pstRing->bNoBuf;
-    if (pstRing->bNoBuf) {
-        BP_CutMessages();
-    }
-    while (!pstRing->bNoBuf) {
-        const uint32_t ulRoom = pstRing->ulFreeLen;
-        const ssize_t lRead = BP_ReadDatagram(pstProc);
-        const int lErr = lRead < 0 ? errno : 0;
-        if (lErr == EINTR) {
-            continue;
-        }
-        if (lErr != 0) {
-            return bMayBeEmpty && lErr == EAGAIN ? BP_OK : BP_ReportReadError(lErr);
-        }
-        bMayBeEmpty = true;
-        if (lRead > static_cast<ssize_t>(ulRoom)) {
-            BP_RefuseDatagram(pstRing, static_cast<uint32_t>(lRead));
-        }
-        BP_CutMessages();
-    }
-    return BP_OK;
-}
-
-void BP_ResumeReceive() {
-    if (BP_GetProcInfo()->stRecvRing.bNoBuf) {
-        BP_GetAndDispatchMsg();
+    if (pstRing->ulUsedLen < BP_MSG_PREFIX_LEN) {
+        BP_RingReset(pstRing);
     }
 }

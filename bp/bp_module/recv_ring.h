@@ -1,14 +1,8 @@
-// The way in: datagrams into the receive ring, the ring's bytes into messages, each message into the queue of
-// the module it is addressed to. docs/wire-format.md has the framing rules.
+// The receive ring: bytes that have arrived, cut into messages, each into the queue of the module it is
+// addressed to. docs/wire-format.md has the framing rules.
 //
 // The ring is one byte sequence for all senders, as the framing rules want it: a message may come in pieces,
-// and several in one datagram. Three things keep it moving whatever arrives: a datagram is read only whole (one
-// that does not fit the free room is refused), a header that can never be completed is given up when it stands
-// in the way of a datagram, and a message that found no buffer is tried again with the next event and in the
-// next idle pass. Until then nothing more is read: what waits in the socket is not lost, and keeps its own
-// sender's address.
-//
-// All of this is the main thread's alone.
+// and several in one datagram. All of this is the main thread's alone.
 #ifndef BP_BP_MODULE_RECV_RING_H
 #define BP_BP_MODULE_RECV_RING_H
 
@@ -25,11 +19,6 @@ constexpr uint32_t BP_TRANS_ADD_FAIL = 4;   // the destination's queue refused i
 // Gives the ring its storage, empty. BP_OK or BP_ERR_FAIL. Start-up only.
 uint32_t BP_InitRecvRing(BP_RecvRing *pstRing);
 
-// Reads all datagrams that are waiting and delivers the messages in them, as far as there are buffers. BP_OK,
-// or BP_ERR_FAIL when a read fails. A datagram that the free room cannot hold is refused whole, with an ERROR
-// line, and counts as no failure.
-uint32_t BP_GetAndDispatchMsg();
-
 // Takes at most one message out of the ring. 0 with one of the results above at pulResult; BP_ERR_FAIL when a
 // header was rejected or the destination could not be woken; BP_ERR_PARAM for a null pulResult. After a
 // non-zero return the caller searches for the next prefix; a rejected header whose prefix was right has had
@@ -39,10 +28,12 @@ uint32_t BP_TransMsgToModule(uint32_t *pulResult);
 // Discards bytes until the oldest unread ones are a prefix, or only three are left.
 void BP_GetNextMsgHdr(BP_RecvRing *pstRing);
 
-// Takes up receiving where a want of buffers had stopped it; does nothing otherwise.
-void BP_ResumeReceive();
-
-// Cuts the ring into messages until one is incomplete or finds no buffer; returns which of the two.
+// Cuts the ring into messages until one is incomplete or finds no buffer; returns which of the two, and notes
+// it in the ring.
 uint32_t BP_CutMessages();
+
+// Gives up the incomplete message at the head of the ring, with an ERROR line: whatever stands behind its
+// prefix gets its turn. Frees at least one byte of a ring that holds any.
+void BP_GiveUpHead(BP_RecvRing *pstRing);
 
 #endif

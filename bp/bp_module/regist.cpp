@@ -68,9 +68,13 @@ static void BP_DropQueued(BP_ModuleInfo *pstModule) {
 
 static void BP_ReturnModule(BP_ModuleInfo *pstModule) {
     BP_ListCtrlOf<BP_ModuleInfo> &stCtrl = BP_GetProcInfo()->stModuleCtrl;
+    {
+        const BP_SemGuard stGuard(stCtrl.semLock);
+        BP_Write(pstModule->ulUsed, 0U);
+        BP_List<BP_ModuleInfo>::Remove(pstModule);
+    }
+    BP_DropQueued(pstModule);
     const BP_SemGuard stGuard(stCtrl.semLock);
-    BP_Write(pstModule->ulUsed, 0U);
-    BP_List<BP_ModuleInfo>::Remove(pstModule);
     stCtrl.stFreeList.PushFront(pstModule);
 }
 
@@ -82,7 +86,6 @@ static uint32_t BP_StartModule(BP_ModuleInfo *pstModule) {
     if (lErr != 0) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]pthread_create fail err:%d", g_szRegistFunc, lErr);
         BP_ReturnModule(pstModule);
-        BP_DropQueued(pstModule);
         return BP_ERR_FAIL;
     }
     BP_Write(pstModule->ulThreadID, ulThread);

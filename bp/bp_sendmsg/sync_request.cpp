@@ -2,10 +2,10 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <sys/epoll.h>
 #include <unistd.h>
 
+#include "bp/bp_clock.h"
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_queue.h"
@@ -16,12 +16,6 @@
 static constexpr char g_szSyncFunc[] = "BP_InnerSendSyncMsg";
 static constexpr int BP_SYNC_EPOLL_SIZE = 32;
 static constexpr int BP_SYNC_EPOLL_EVENTS = 10;
-
-static int64_t BP_NowMs() {
-    struct timespec stNow;
-    clock_gettime(CLOCK_MONOTONIC, &stNow);
-    return static_cast<int64_t>(stNow.tv_sec) * 1000 + stNow.tv_nsec / 1000000;
-}
 
 // One step on an epoll instance that watches nothing. Signals do not shorten it, or a storm of them would use
 // up the limit, which is counted in steps.

@@ -1,0 +1,112 @@
+#include "bp/bp_module/receive.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+#include "bp/bp_clock.h"
+#include "bp/bp_log/log.h"
+#include "bp/bp_module/proc_info.h"
+#include "bp/bp_module/recv_ring.h"
+
+static uint32_t BP_ReportReadError(int lErr) {
+    BP_LOG_ERROR(BP_ERR_FAIL, "[%s]read from socket fail errcode:%d(%s).", "BP_GetAndDispatchMsg", lErr,
+                 strerror(lErr));
+    return BP_ERR_FAIL;
+}
+
+// Whoever is to be answered is answered at the source of the datagram read last, so that address changes only
+// with the bytes in the ring.
+static void BP_TakeIn(BP_ProcInfo *pstProc, uint32_t ulLen, const struct sockaddr_in &stFrom) {
+    BP_RecvRing *pstRing = &pstProc->stRecvRing;
+    pstRing->ulWrPos = (pstRing->ulWrPos + ulLen) % pstRing->ulMaxSize;
+    pstRing->ulFreeLen -= ulLen;
+    pstRing->ulUsedLen += ulLen;
+    pstProc->stPeerAddr = stFrom;
+}
+
+// Reads one datagram into the free room, over the end of the storage if need be; one that does not fit is
+// discarded. 0, or the error that ended the read.
+static int BP_ReadDatagram(BP_ProcInfo *pstProc) {
+    BP_RecvRing *pstRing = &pstProc->stRecvRing;
+    const uint32_t ulTail = pstRing->ulMaxSize - pstRing->ulWrPos;
+    const uint32_t ulFirst = pstRing->ulFreeLen < ulTail ? pstRing->ulFreeLen : ulTail;
+    struct iovec astPiece[] = {{pstRing->pucBuf + pstRing->ulWrPos, ulFirst},
+                               {pstRing->pucBuf, pstRing->ulFreeLen - ulFirst}};
+    struct sockaddr_in stFrom = {};
+    struct msghdr stMsg = {};
+    stMsg.msg_name = &stFrom;
+    stMsg.msg_namelen = pstProc->ulPeerAddrLen;
+    stMsg.msg_iov = astPiece;
+    stMsg.msg_iovlen = 2;
+    const ssize_t lRead = recvmsg(pstProc->lSocket, &stMsg, MSG_TRUNC);
+    if (lRead < 0) {
+        return errno;
+    }
+    if (lRead > static_cast<ssize_t>(pstRing->ulFreeLen)) {
+        BP_ReportReadError(EMSGSIZE);
+    } else if (lRead > 0) {
+        BP_TakeIn(pstProc, static_cast<uint32_t>(lRead), stFrom);
+    }
+    return 0;
+}
+
+// The next datagram is worth more than the beginning of a message that takes up its room. Looking at its length
+// costs a call of its own, but only while something incomplete is there.
+static void BP_MakeRoom(BP_ProcInfo *pstProc) {
+    BP_RecvRing *pstRing = &pstProc->stRecvRing;
+    if (pstRing->ulUsedLen == 0) {
+        return;
+    }
+    const ssize_t lNext = recv(pstProc->lSocket, nullptr, 0, MSG_PEEK | MSG_TRUNC);
+    if (lNext > static_cast<ssize_t>(pstRing->ulMaxSize)) {
+        return;
+    }
+    while (!pstRing->bNoBuf && lNext > static_cast<ssize_t>(pstRing->ulFreeLen)) {
+        BP_GiveUpHead(pstRing);
+        BP_CutMessages();
+    }
+}
+
+static void BP_GiveUpStale(BP_RecvRing *pstRing) {
+    while (pstRing->lHeldSinceMs != 0 && BP_NowMs() - pstRing->lHeldSinceMs > BP_RECV_HOLD_MS) {
+        BP_GiveUpHead(pstRing);
+        BP_CutMessages();
+    }
+}
+
+uint32_t BP_GetAndDispatchMsg() {
+    BP_ProcInfo *pstProc = BP_GetProcInfo();
+    BP_RecvRing *pstRing = &pstProc->stRecvRing;
+    // The socket is edge-triggered: it must be read until it is empty, or what came together with one datagram
+    // would wait for the next. That it is empty then is no failure.
+    bool bMayBeEmpty = pstRing->bNoBuf;
+    if (pstRing->bNoBuf) {
+        BP_CutMessages();
+    }
+    BP_GiveUpStale(pstRing);
+    for (;;) {
+        BP_MakeRoom(pstProc);
+        if (pstRing->bNoBuf) {
+            return BP_OK;
+        }
+        const int lErr = BP_ReadDatagram(pstProc);
+        if (lErr == EINTR) {
+            continue;
+        }
+        if (lErr != 0) {
+            return bMayBeEmpty && lErr == EAGAIN ? BP_OK : BP_ReportReadError(lErr);
+        }
+        bMayBeEmpty = true;
+        BP_CutMessages();
+    }
+}
+
+void BP_ResumeReceive() {
+    BP_RecvRing *pstRing = &BP_GetProcInfo()->stRecvRing;
+    BP_GiveUpStale(pstRing);
+    if (pstRing->bNoBuf) {
+        BP_GetAndDispatchMsg();
+    }
+}
