@@ -24,6 +24,12 @@
 
 #include "bp/bp_sendmsg/message.h"
 
+#include "bp/bp_timer/timer_calc.h"
+#include "bp/bp_timer/timer_info.h"
+#include "bp/bp_timer/timer_pool.h"
+#include "bp/bp_timer/timer_regist.h"
+#include "bp/bp_timer/timer_scan.h"
+
 #include "bp/bp_module/main_thread.h"
 #include "bp/bp_module/module_thread.h"
 #include "bp/bp_module/proc_init.h"

@@ -10,8 +10,11 @@
 #include "bp/bp_module/proc_info.h"
 #include "bp/bp_module/receive.h"
 #include "bp/bp_sendmsg/socket_send.h"
+#include "bp/bp_timer/timer_scan.h"
 
 static void BP_IdlePass(BP_ModuleInfo *pstMain) {
+    BP_CheckTimerExpire();
+    BP_ThreadTimerProc(pstMain);
     BP_ThreadRecvMsgProc(pstMain);
     BP_MsgSocketSendProc();
     BP_DropAllStaleAcks();

@@ -7,6 +7,7 @@
 #include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/slab.h"
 #include "bp/bp_sendmsg/message.h"
+#include "bp/bp_timer/timer_scan.h"
 
 void BP_BindModuleThread(BP_ModuleInfo *pstWorkModule) {
     // Registration stores the same value when pthread_create returns, which may be later than this.
@@ -23,6 +24,7 @@ void *BP_ThreadProcMain(void *pstWorkModule) {
     BP_BindModuleThread(pstModule);
     for (;;) {
         pstModule->semWakeup.Wait();
+        BP_ThreadTimerProc(pstModule);
         BP_ThreadRecvMsgProc(pstModule);
     }
 }

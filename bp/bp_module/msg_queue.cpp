@@ -79,6 +79,15 @@ BP_SlabBuf *BP_ModuleGetMsg(BP_ListCtrl *pstMstCtrl, uint32_t enGetbyType, uint3
     return nullptr;
 }
 
+BP_SlabBuf *BP_TakeMsgIf(BP_ListCtrl *pstMstCtrl, BP_PfnMsgTest pfnTest, uint32_t ulWanted) {
+    const BP_SemGuard stGuard(pstMstCtrl->semLock);
+    BP_SlabBuf *pstBuf = pstMstCtrl->stUsedList.First();
+    while (pstBuf != nullptr && (pstBuf->pucData == nullptr || !pfnTest(pstBuf, ulWanted))) {
+        pstBuf = pstMstCtrl->stUsedList.Next(pstBuf);
+    }
+    return BP_Unqueue(pstBuf);
+}
+
 uint32_t BP_QueueLength(BP_ListCtrl *pstMstCtrl) {
     const BP_SemGuard stGuard(pstMstCtrl->semLock);
     uint32_t ulNum = 0;

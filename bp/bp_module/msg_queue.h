@@ -20,6 +20,11 @@ uint32_t BP_ModuleAddMsg(BP_ListCtrl *pstMstCtrl, BP_SlabBuf *pstSlabBuf);
 // then belongs to the caller. Null when there is none. Any thread, without waiting for one to arrive.
 BP_SlabBuf *BP_ModuleGetMsg(BP_ListCtrl *pstMstCtrl, uint32_t enGetbyType, uint32_t ulAssiMsgId);
 
+// Takes the first buffer that has data memory and that the test accepts, which runs under the queue's lock;
+// null when there is none. Any thread.
+using BP_PfnMsgTest = bool (*)(const BP_SlabBuf *pstBuf, uint32_t ulWanted);
+BP_SlabBuf *BP_TakeMsgIf(BP_ListCtrl *pstMstCtrl, BP_PfnMsgTest pfnTest, uint32_t ulWanted);
+
 // Buffers in the queue now. Any thread.
 uint32_t BP_QueueLength(BP_ListCtrl *pstMstCtrl);
 

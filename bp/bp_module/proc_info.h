@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 
 #include "bp/bp_module/module_info.h"
+#include "bp/bp_timer/timer_info.h"
 #include "bp/bp_types.h"
 
 constexpr uint32_t BP_RECV_RING_SIZE = 8192;
@@ -35,7 +36,9 @@ struct BP_ProcInfo {
     int lEpollFd = -1;
     BP_ModuleInfo astModule[BP_MAX_MODULE_NUM];
     BP_ListCtrlOf<BP_ModuleInfo> stModuleCtrl;
-    BP_ListCtrl stSendQueue; // buffers waiting for the main thread to send them to other processes
+    BP_Timer astTimer[BP_MAX_TIMER_NUM];
+    BP_ListCtrlOf<BP_Timer> stTimerCtrl; // the working timers in stUsedList
+    BP_ListCtrl stSendQueue;             // buffers waiting for the main thread to send them to other processes
     uint32_t ulCmdModuleID = 0;
     uint32_t ulMainModuleID = 0;
 };

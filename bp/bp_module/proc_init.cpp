@@ -14,6 +14,7 @@
 #include "bp/bp_module/regist.h"
 #include "bp/bp_module/slab.h"
 #include "bp/bp_module/socket.h"
+#include "bp/bp_timer/timer_pool.h"
 
 static constexpr char g_szInitFunc[] = "BP_ProcInit";
 static constexpr char g_szCmdSuffix[] = "_cmd";
@@ -45,6 +46,7 @@ static uint32_t BP_InitTransport(BP_ProcInfo *pstProc, const BP_ProcConfig *pstR
 
 static uint32_t BP_InitPools(BP_ProcInfo *pstProc) {
     BP_InitModulePool(true);
+    BP_InitTimerPool();
     pstProc->stSendQueue.Init(BP_NO_LIMIT);
     pstProc->ulPeerAddrLen = sizeof(pstProc->stPeerAddr);
     pstProc->semRecvLock.Init(1);

@@ -1,0 +1,161 @@
+#include "bp/bp_timer/timer_scan.h"
+
+#include <cstring>
+#include <sys/time.h>
+
+#include "bp/bp_log/log.h"
+#include "bp/bp_module/module_pool.h"
+#include "bp/bp_module/msg_queue.h"
+#include "bp/bp_module/proc_info.h"
+#include "bp/bp_module/slab.h"
+#include "bp/bp_timer/timer_calc.h"
+#include "bp/bp_timer/timer_pool.h"
+#include "bp/bp_timer/timer_regist.h"
+
+static constexpr uint32_t BP_NOTICE_LEN = sizeof(uint32_t); // the timer's ID
+
+static bool BP_IsActive(const BP_Timer *pstTimer) {
+    return BP_Read(pstTimer->stTimeout.lSec) >= 1 || BP_Read(pstTimer->stTimeout.lUsec) >= 1;
+}
+
+static bool BP_IsExpired(const BP_Timer *pstTimer) {
+    struct timeval stNow;
+    gettimeofday(&stNow, nullptr);
+    const int64_t lSec = BP_Read(pstTimer->stCurExpire.lSec);
+    return lSec < stNow.tv_sec ||
+           (lSec == stNow.tv_sec && stNow.tv_usec >= BP_Read(pstTimer->stCurExpire.lUsec));
+}
+
+uint32_t BP_CheckTimerExpire() {
+    BP_ListCtrlOf<BP_Timer> &stCtrl = BP_GetProcInfo()->stTimerCtrl;
+    const BP_SemGuard stGuard(stCtrl.semLock);
+    BP_Timer *pstTimer = stCtrl.stUsedList.First();
+    while (pstTimer != nullptr) {
+        BP_Timer *pstNext = stCtrl.stUsedList.Next(pstTimer);
+        if (BP_IsActive(pstTimer) && BP_IsExpired(pstTimer)) {
+            BP_TimerExpireProc(pstTimer);
+        }
+        pstTimer = pstNext;
+    }
+    return BP_OK;
+}
+
+static uint32_t BP_AdvanceTimer(BP_Timer *pstTimer) {
+    const uint32_t ulType = BP_Read(pstTimer->ulType);
+    if (ulType != BP_TIMER_ONCE && ulType != BP_TIMER_DATE) {
+        return BP_CalcTimerParam(pstTimer, 0);
+    }
+    BP_SetTimePair(&pstTimer->stTimeout, 0, 0);
+    BP_Write(pstTimer->stCurExpire.lSec, 0);
+    BP_Write(pstTimer->stNextExpire.lSec, 0);
+    return BP_OK;
+}
+
+// A buffer with the timer's ID; null, with its line, when none is to be had.
+static BP_SlabBuf *BP_MakeNotice(uint32_t ulTimerID) {
+    static constexpr char szFunc[] = "BP_TimerExpireProc";
+    BP_SlabBuf *pstBuf = BP_SlabGetBuf(BP_NOTICE_LEN, BP_SLAB_TYPE_TIMER);
+    if (pstBuf == nullptr) {
+        BP_LOG_DEBUG("[%s]fail to get new slab buffer.", szFunc);
+        return nullptr;
+    }
+    if (pstBuf->pucData == nullptr) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]invalid timer msg buffer.", szFunc);
+        BP_SlabFreeBuf(pstBuf);
+        return nullptr;
+    }
+    memcpy(pstBuf->pucData, &ulTimerID, BP_NOTICE_LEN);
+    return pstBuf;
+}
+
+uint32_t BP_TimerExpireProc(BP_Timer *pstTimer) {
+    const uint32_t ulModuleID = BP_Read(pstTimer->ulModuleID);
+    BP_ModuleInfo *pstModule = BP_GetModuleByID(ulModuleID);
+    if (pstModule == nullptr) {
+        BP_LOG_ERROR(BP_ERR_NO_MODULE, "[%s]invalid module id %u.", __func__, ulModuleID);
+        return BP_ERR_NO_MODULE;
+    }
+    if (BP_AdvanceTimer(pstTimer) != BP_OK) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to calc timer param.", __func__);
+        return BP_ERR_FAIL;
+    }
+    BP_SlabBuf *pstBuf = BP_MakeNotice(BP_Read(pstTimer->ulTimerID));
+    if (pstBuf == nullptr) {
+        return BP_ERR_FAIL;
+    }
+    if (BP_ModuleAddMsg(&pstModule->stTimerQueue, pstBuf) != BP_OK) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to add timer msg to module(id %u).", __func__, ulModuleID);
+        BP_SlabFreeBuf(pstBuf);
+        return BP_ERR_FAIL;
+    }
+    if (BP_WakeupModule(pstModule->ulModuleID) != BP_OK) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to wakeup module id %u.", __func__, pstModule->ulModuleID);
+        return BP_ERR_FAIL;
+    }
+    return BP_OK;
+}
+
+// What a callback needs, taken out of the record while its lock was held: the record may be another timer's
+// before the callback has run.
+struct BP_TimerCall {
+    uint32_t ulCbType;
+    BP_PfnTimerCom pfnComCb;
+    BP_PfnTimerExt pfnExtCb;
+    uint32_t ulComParam;
+    uint32_t ulExtParam1;
+    int32_t lExtParam2;
+};
+
+static bool BP_GetTimerCall(uint32_t ulTimerID, BP_TimerCall *pstCall) {
+    const BP_Timer *pstTimer = BP_GetLockTimerByID(ulTimerID);
+    if (pstTimer == nullptr) {
+        return false;
+    }
+    *pstCall = {BP_Read(pstTimer->ulCbType), BP_Read(pstTimer->pfnComCb), BP_Read(pstTimer->pfnExtCb),
+                pstTimer->ulComParam,        pstTimer->ulExtParam1,       pstTimer->lExtParam2};
+    BP_GetProcInfo()->stTimerCtrl.semLock.Post();
+    return true;
+}
+
+// The timer is still there and will not fire any more.
+static bool BP_IsTimerSpent(uint32_t ulTimerID) {
+    const BP_SemGuard stGuard(BP_GetProcInfo()->stTimerCtrl.semLock);
+    const BP_Timer *pstTimer = BP_FindTimer(ulTimerID);
+    return pstTimer != nullptr && BP_IsTimePairZero(pstTimer->stTimeout);
+}
+
+static void BP_HandleNotice(uint32_t ulTimerID) {
+    BP_TimerCall stCall;
+    if (!BP_GetTimerCall(ulTimerID, &stCall)) {
+        return;
+    }
+    if (stCall.ulCbType == BP_TIMER_CB_COM && stCall.pfnComCb != nullptr) {
+        stCall.pfnComCb(ulTimerID, stCall.ulComParam);
+    } else if (stCall.ulCbType == BP_TIMER_CB_EXT && stCall.pfnExtCb != nullptr) {
+        stCall.pfnExtCb(ulTimerID, stCall.ulExtParam1, stCall.lExtParam2);
+    }
+    if (BP_IsTimerSpent(ulTimerID)) {
+        BP_LOG_DEBUG("[%s]auto unreg timer %u", "BP_ThreadTimerProc", ulTimerID);
+        BP_UnregistTimer(ulTimerID);
+    }
+}
+
+uint32_t BP_ThreadTimerProc(BP_ModuleInfo *pstModule) {
+    if (pstModule == nullptr) {
+        BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid input params.", __func__);
+        return BP_ERR_PARAM;
+    }
+    BP_SlabBuf *pstBuf = BP_ModuleGetMsg(&pstModule->stTimerQueue, BP_GET_FIRST, 0);
+    while (pstBuf != nullptr) {
+        if (pstBuf->pucData == nullptr) {
+            BP_LOG_ERROR(BP_ERR_FAIL, "[%s]invalid msg buffer.", __func__);
+            return BP_OK;
+        }
+        uint32_t ulTimerID = 0;
+        memcpy(&ulTimerID, pstBuf->pucData, BP_NOTICE_LEN);
+        BP_HandleNotice(ulTimerID);
+        BP_SlabFreeBuf(pstBuf);
+        pstBuf = BP_ModuleGetMsg(&pstModule->stTimerQueue, BP_GET_FIRST, 0);
+    }
+    return BP_OK;
+}
