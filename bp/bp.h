@@ -14,7 +14,11 @@
 #include "bp/bp_log/shell.h"
 #include "bp/bp_log/thread_info.h"
 
+#include "bp/bp_util/tail_file.h"
+
+#include "bp/bp_module/buf_mgr.h"
 #include "bp/bp_module/config.h"
+#include "bp/bp_module/dumps.h"
 #include "bp/bp_module/module_info.h"
 #include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_proc.h"

@@ -1,52 +1,17 @@
 #include <gtest/gtest.h>
 #include <random>
 #include <set>
-#include <sys/syscall.h>
-#include <sys/time.h>
-#include <thread>
 #include <unistd.h>
 
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
+#include "tests/support/fake_clock.h"
 #include "tests/support/files.h"
 
 static constexpr uint32_t MW_CTRL = 0x90000001;
 static constexpr uint32_t MW_PTZ = 0x90000003;
 static const char g_szLog[] = "/var/log/MW_MWARE00.log";
 static const char g_szDebug[] = "/var/log/MW_MWARE00.debug";
-
-// The clock that this program reads: the real one, or where a test has put it, in microseconds. The functions
-// take the place of libc's at linking, so the product has no seam that costs anything.
-static std::atomic<int64_t> g_lFakeUsec{-1};
-
-extern "C" int gettimeofday(struct timeval *pstNow, void *) noexcept {
-    struct timespec stNow = {};
-    syscall(SYS_clock_gettime, CLOCK_REALTIME, &stNow);
-    const int64_t lFake = g_lFakeUsec;
-    pstNow->tv_sec = lFake < 0 ? stNow.tv_sec : lFake / 1000000;
-    pstNow->tv_usec = lFake < 0 ? stNow.tv_nsec / 1000 : lFake % 1000000;
-    return 0;
-}
-
-extern "C" time_t time(time_t *plNow) noexcept {
-    struct timeval stNow = {};
-    gettimeofday(&stNow, nullptr);
-    if (plNow != nullptr) {
-        *plNow = stNow.tv_sec;
-    }
-    return stNow.tv_sec;
-}
-
-static void SetClock(int64_t lSec, int64_t lUsec = 0) {
-    g_lFakeUsec = lSec * 1000000 + lUsec;
-}
-
-// "2026-03-05 08:00:00" in UTC; 0 for "".
-static int64_t Utc(const std::string &szTime) {
-    struct tm stTm = {};
-    return szTime.empty() || strptime(szTime.c_str(), "%Y-%m-%d %H:%M:%S", &stTm) == nullptr ? 0
-                                                                                             : timegm(&stTm);
-}
 
 static std::string Text(const BP_Timer &stTimer) {
     if (BP_IsTimePairZero(stTimer.stTimeout)) {

@@ -75,7 +75,7 @@ TEST_F(ConsoleOnMware, MainJob) {
     static const char szDebug[] = "/var/log/MW_MWARE00.debug";
     EXPECT_FALSE(FileExists(szDebug));
     EXPECT_EQ(Command(pstKs_, "debug MW_CTRL"), "\r");
-    EXPECT_TRUE(WaitFor([] { return CountOf(ReadFile(szDebug), "[MW_CtrlTick]turn the head by ") > 1; }));
+    EXPECT_TRUE(WaitFor([] { return CountOf(ReadFile(szDebug), "[MW_TurnHead]turn the head by ") > 1; }));
     EXPECT_EQ(Command(pstKs_, "nodebug all"), "\r");
     EXPECT_EQ(CountOf(Command(pstKs_, "debug"), "MW_CTRL\r\n"), 1U);
 
@@ -159,6 +159,21 @@ TEST_F(ConsoleOnMware, LeavesOnlyTheSpecifiedFiles) {
     EXPECT_EQ(FilesIn("/tmp", "ThreadInfo[").size(), 2U);
     EXPECT_EQ(CountOf(ReadFile("/tmp/ThreadInfo[" + szPid + "].log"), "\n"),
               2U); // ks_cmd, whose second thread has its place, and ks
+}
+
+// The process runs short; the engineer still gets through, finds the evidence, and sees it recover.
+TEST_F(ConsoleOnMware, FloodLeavesItsEvidenceAndPasses) {
+    EnterDebugMode(pstKs_);
+    EXPECT_EQ(CountOf(Command(pstKs_, "display flood"), "flood started"), 1U);
+    ASSERT_TRUE(WaitFor([] { return FileExists("/var/log/Slab_Keyinfo.log"); }));
+    EXPECT_GT(CountOf(ReadFile("/var/log/Slab_all.log"), "\nmsg["), 200U);
+    EXPECT_EQ(CountOf(ReadFile("/var/log/Timer_info.log"), "total: 2 \n"), 1U);
+    EXPECT_EQ(CountOf(Command(pstKs_, "display slab 0"), "0     128     256"), 1U);
+    EXPECT_TRUE(WaitFor(
+        [&] { return Command(pstKs_, "display slab 0").find("256    255    1") != std::string::npos; }));
+    EXPECT_EQ(CountOf(ReadFile("/var/log/MW_MWARE00.log"), "Slab full"), 1U);
+    EXPECT_NE(Command(pstKs_, "display timer").find("MW_ALM      03:00:00    day"), std::string::npos);
+    EXPECT_EQ(CountOf(Command(pstKs_, "display dump"), "/var/log/"), 3U);
 }
 
 TEST(Console, AttachesToIware) {

@@ -4,6 +4,7 @@
 
 #include "bp/bp_log/log.h"
 #include "bp/bp_log/thread_info.h"
+#include "bp/bp_module/dumps.h"
 #include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/slab.h"
@@ -73,6 +74,23 @@ static uint32_t BP_DisplayModule(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAns
     return BP_OK;
 }
 
+static uint32_t BP_DisplayTimer(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnswer, uint32_t ulParam) {
+    (void)pstArgs;
+    (void)ulParam;
+    BP_DumpText stText = {pstAnswer->szText, sizeof(pstAnswer->szText), 0};
+    BP_PrintTimers(&stText);
+    pstAnswer->ulTotal = stText.ulLen;
+    return BP_OK;
+}
+
+static uint32_t BP_DisplayDump(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnswer, uint32_t ulParam) {
+    (void)pstArgs;
+    (void)ulParam;
+    BP_WriteDumps();
+    BP_AnswerPrint(pstAnswer, "%s\n%s\n%s\n", BP_SLAB_DUMP_PATH, BP_TIMER_DUMP_PATH, BP_KEY_DUMP_PATH);
+    return BP_OK;
+}
+
 static uint32_t BP_DisplayThread(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnswer, uint32_t ulParam) {
     (void)pstArgs;
     (void)ulParam;
@@ -118,6 +136,8 @@ static const BP_CmdDef g_astRuntimeCmd[] = {
      BP_DisplayModule,
      0},
     {{{BP_CMD_TITLE, "thread", "threads of the runtime"}}, BP_DisplayThread, 0},
+    {{{BP_CMD_TITLE, "timer", "working timers"}}, BP_DisplayTimer, 0},
+    {{{BP_CMD_TITLE, "dump", "writes the diagnostic dumps"}}, BP_DisplayDump, 0},
     {{{BP_CMD_TITLE, "log", "log files and log modules"}}, BP_DisplayLog, 0},
 };
 

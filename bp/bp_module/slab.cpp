@@ -5,6 +5,7 @@
 #include <initializer_list>
 
 #include "bp/bp_log/log.h"
+#include "bp/bp_module/dumps.h"
 #include "bp/bp_module/module_pool.h"
 
 static constexpr uint32_t BP_TIMER_PLENTY = 10; // free timer buffers above which a later shortage reports again
@@ -127,6 +128,19 @@ uint32_t BP_IsSlabBufAvaliable(uint32_t ulClass) {
     return 1;
 }
 
+// Needs the mutex of g_stBPbuffLogMgr.
+static void BP_DumpAll() {
+    BP_DumpSlabLog();
+    BP_DumpTimerLog();
+    BP_CollectKeyLog();
+}
+
+void BP_WriteDumps() {
+    pthread_mutex_lock(&g_stBPbuffLogMgr.stLock);
+    BP_DumpAll();
+    pthread_mutex_unlock(&g_stBPbuffLogMgr.stLock);
+}
+
 // The first shortage since the latches were open leaves its evidence; whoever comes later finds it there.
 static void BP_ReportShortage(uint32_t ulSize, uint32_t ulType) {
     pthread_mutex_lock(&g_stBPbuffLogMgr.stLock);
@@ -134,6 +148,7 @@ static void BP_ReportShortage(uint32_t ulSize, uint32_t ulType) {
         BP_Read(g_stBPbuffLogMgr.aulLatch[BP_BUF_LOG_MSG]) == 0) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]Slab full, Print Slab_*.log. Size=%u, Type=%d", "BP_SlabGetBuf", ulSize,
                      static_cast<int>(ulType));
+        BP_DumpAll();
         const uint32_t ulLatch = ulType == BP_SLAB_TYPE_TIMER ? BP_BUF_LOG_TIMER : BP_BUF_LOG_MSG;
         BP_Write(g_stBPbuffLogMgr.aulLatch[ulLatch], 1U);
     }

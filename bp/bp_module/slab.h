@@ -14,31 +14,11 @@
 #include <cstdint>
 #include <pthread.h>
 
-#include "bp/bp_module/config.h"
+#include "bp/bp_module/buf_mgr.h"
 #include "bp/bp_types.h"
-
-constexpr uint32_t BP_SLAB_MAX_NUM = 1000;
 
 constexpr uint32_t BP_SLAB_TYPE_MSG = 0;
 constexpr uint32_t BP_SLAB_TYPE_TIMER = 1;
-
-struct BP_SlabMgr {
-    uint32_t ulSize = 0;
-    uint32_t ulTotal = 0;
-    std::atomic<uint32_t> ulFreeNum{0}; // ulFreeNum + ulUsedNum = ulTotal outside the lock
-    std::atomic<uint32_t> ulUsedNum{0};
-    BP_List<BP_SlabBuf> stFreeList;
-    BP_Sem semLock; // guards the list, both counts, and the state bits of the class's buffers
-};
-
-struct BP_BufMgr {
-    BP_SlabBuf astBuf[BP_SLAB_MAX_NUM];
-    BP_List<BP_SlabBuf> stSpareList; // headers that no class was given
-    BP_SlabMgr astSlab[BP_SLAB_CLASS_NUM];
-    uint8_t *pucData = nullptr;
-};
-
-extern BP_BufMgr g_stBPBufMgr;
 
 // Latches of the shortage report. A latch that is set keeps further shortages quiet; the timer latch opens
 // again once timer buffers are plentiful, the message latch stays for the life of the process.
@@ -82,6 +62,9 @@ bool BP_SlabEndUse(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq);
 // Begins a new use of a buffer that came out of a queue and is to go into one again. For the thread that holds
 // it.
 void BP_SlabRenewUse(BP_SlabBuf *pstSlabBuf);
+
+// Writes the three dumps of dumps.h now, whatever the latches say. Any thread.
+void BP_WriteDumps();
 
 // State of one class, taken at one moment. BP_OK, or BP_ERR_PARAM for a class that does not exist.
 struct BP_SlabInfo {

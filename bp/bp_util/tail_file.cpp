@@ -9,30 +9,52 @@
 #include "bp/bp_types.h"
 
 static constexpr uint32_t BP_TAIL_SIZE = 24576;
+static constexpr long BP_TAIL_BLOCK = 4096;
 
 static uint32_t BP_TailFail(uint32_t ulCode, const char *pcWhat) {
     BP_LOG_ERROR(ulCode, "%s", pcWhat);
     return BP_ERR_FAIL;
 }
 
-// Finds the offset at which the last ulLines newline-ended lines begin, reading backwards: no line is too long for that.
-// A byte that cannot be read, because the file has shrunk, ends nothing; it is no newline.
+// Looks through the lLen bytes at lFrom, last first, for the line feed that makes more than ulLines. Its
+// offset, -1 when it is not there, -2 when the file cannot be read. Where the file has shrunk there is nothing
+// to find.
+static long BP_FindInBlock(FILE *pstSrc, long lFrom, long lLen, uint32_t ulLines, uint32_t *pulFound) {
+    char acBlock[BP_TAIL_BLOCK];
+    if (fseek(pstSrc, lFrom, SEEK_SET) != 0) {
+        BP_TailFail(BP_ERR_FAIL, "fseek() fail");
+        return -2;
+    }
+    const long lRead = static_cast<long>(fread(acBlock, 1, static_cast<size_t>(lLen), pstSrc));
+    if (ferror(pstSrc) != 0) {
+        BP_TailFail(BP_ERR_FAIL, "fread file fail");
+        return -2;
+    }
+    for (long i = lRead - 1; i >= 0; i--) {
+        if (acBlock[i] == '\n' && ++*pulFound > ulLines) {
+            return lFrom + i;
+        }
+    }
+    return -1;
+}
+
+// Finds the offset at which the last ulLines newline-ended lines begin, reading backwards: no line is too long
+// for that.
 static uint32_t BP_FindTail(FILE *pstSrc, uint32_t ulLines, long *plStart, long *plSize) {
     if (fseek(pstSrc, 0, SEEK_END) != 0) {
         return BP_TailFail(BP_ERR_FAIL, "fseek fail");
     }
     *plSize = ftell(pstSrc);
-    *plStart = 0;
     uint32_t ulFound = 0;
-    for (long k = 1; k <= *plSize; k++) {
-        if (fseek(pstSrc, *plSize - k, SEEK_SET) != 0) {
-            return BP_TailFail(BP_ERR_FAIL, "fseek() fail");
-        }
-        if (fgetc(pstSrc) == '\n' && ++ulFound > ulLines) {
-            *plStart = *plSize - k + 1;
-            break;
-        }
+    long lFound = -1;
+    for (long lEnd = *plSize; lEnd > 0 && lFound == -1; lEnd -= BP_TAIL_BLOCK) {
+        const long lFrom = lEnd > BP_TAIL_BLOCK ? lEnd - BP_TAIL_BLOCK : 0;
+        lFound = BP_FindInBlock(pstSrc, lFrom, lEnd - lFrom, ulLines, &ulFound);
     }
+    if (lFound == -2) {
+        return BP_ERR_FAIL;
+    }
+    *plStart = lFound + 1;
     return fseek(pstSrc, *plStart, SEEK_SET) == 0 ? BP_OK : BP_TailFail(BP_ERR_FAIL, "fseek() fail");
 }
 
@@ -70,8 +92,8 @@ uint32_t BP_TailFile(const char *pcSrcPath, const char *pcDstPath, const char *p
         return BP_ERR_FAIL;
     }
     char *pcBlock = static_cast<char *>(calloc(1, BP_TAIL_SIZE));
-    uint32_t ulRet =
-        pcBlock != nullptr ? BP_ReadTail(pstSrc, pcSrcPath, ulLines, pcBlock) : BP_TailFail(BP_ERR_NO_MEM, "calloc() fail");
+    uint32_t ulRet = pcBlock != nullptr ? BP_ReadTail(pstSrc, pcSrcPath, ulLines, pcBlock)
+                                        : BP_TailFail(BP_ERR_NO_MEM, "calloc() fail");
     fclose(pstSrc);
     if (ulRet == BP_OK) {
         ulRet = BP_WriteTail(pcDstPath, pcMode, pcBlock);

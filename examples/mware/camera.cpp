@@ -1,9 +1,12 @@
 #include "examples/mware/modules.h"
 
 #include <cstring>
+#include <unistd.h>
 
 static constexpr int32_t MW_PTZ_LIMIT = 90;
 static constexpr int32_t MW_PTZ_STEP = 3;
+static constexpr useconds_t MW_STORE_USEC = 10000;
+static constexpr uint16_t MW_RESET_HOUR = 3;
 
 // Written by one module's thread each, read by the commands.
 static std::atomic<int32_t> g_lPosition;
@@ -13,6 +16,7 @@ static std::atomic<int32_t> g_lDirection{1};
 static uint32_t g_ulCtrlID;
 static uint32_t g_ulPtzID;
 static uint32_t g_ulAlmID;
+static uint32_t g_ulStoreID;
 
 #define MW_LOG_DEBUG(ulModuleID, ...)                                                                          \
     BP_WriteLog(BP_LOG_LEVEL_DEBUG, 0, ulModuleID, __FILE__, __LINE__, __VA_ARGS__)
@@ -28,13 +32,44 @@ static bool MW_GetNumber(const BP_StructMsg *pstMsg, int32_t *plNumber) {
     return true;
 }
 
+static uint32_t MW_TurnHead() {
+    const int32_t lMove = MW_PTZ_STEP * BP_Read(g_lDirection);
+    MW_LOG_DEBUG(g_ulCtrlID, "[%s]turn the head by %d.", __func__, lMove);
+    return BP_PostMsg(g_ulPtzID, MW_MSG_MOVE, &lMove, sizeof(lMove));
+}
+
+// A cycle timer of MW_CTRL.
+static uint32_t MW_OnTick(uint32_t ulTimerID, uint32_t ulParam) {
+    (void)ulTimerID;
+    (void)ulParam;
+    return MW_TurnHead();
+}
+
+// The intercom's process may tell us that time passes, too.
 static uint32_t MW_CtrlTick(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
     (void)ulMsgCode;
     (void)pstMsg;
     (void)ulParam;
-    const int32_t lMove = MW_PTZ_STEP * BP_Read(g_lDirection);
-    MW_LOG_DEBUG(g_ulCtrlID, "[%s]turn the head by %d.", __func__, lMove);
-    return BP_PostMsg(g_ulPtzID, MW_MSG_MOVE, &lMove, sizeof(lMove));
+    return MW_TurnHead();
+}
+
+// Sends to the slow store until the buffers are down to their reserve, as a fault would; the store then works
+// it off.
+static uint32_t MW_CtrlFlood(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    (void)ulMsgCode;
+    (void)pstMsg;
+    (void)ulParam;
+    while (BP_PostMsg(g_ulStoreID, MW_MSG_STORE, nullptr, 0) == BP_OK) {
+    }
+    return BP_OK;
+}
+
+static uint32_t MW_Store(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    (void)ulMsgCode;
+    (void)pstMsg;
+    (void)ulParam;
+    usleep(MW_STORE_USEC);
+    return BP_OK;
 }
 
 static uint32_t MW_PtzMove(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
@@ -66,6 +101,14 @@ static uint32_t MW_AlmLimit(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t u
     return BP_OK;
 }
 
+// A day timer of MW_ALM, by the other kind of callback: a new day begins with ulCount alarms.
+static uint32_t MW_OnNewDay(uint32_t ulTimerID, uint32_t ulCount, int32_t lUnused) {
+    (void)ulTimerID;
+    (void)lUnused;
+    BP_Write(g_ulAlarmNum, ulCount);
+    return BP_OK;
+}
+
 static uint32_t MW_DisplayPtz(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnswer, uint32_t ulParam) {
     (void)pstArgs;
     (void)ulParam;
@@ -81,10 +124,19 @@ static uint32_t MW_DisplayAlarm(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnsw
     return BP_OK;
 }
 
+static uint32_t MW_StartFlood(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnswer, uint32_t ulParam) {
+    (void)pstArgs;
+    (void)ulParam;
+    BP_AnswerPrint(pstAnswer, "flood started: see display slab, %s, and again after some seconds\n",
+                   BP_SLAB_DUMP_PATH);
+    return BP_PostMsg(g_ulCtrlID, MW_MSG_FLOOD, nullptr, 0);
+}
+
 // words, function, parameter
 static const BP_CmdDef g_astCmd[] = {
     {{{BP_CMD_TITLE, "ptz", "the pan-tilt head"}}, MW_DisplayPtz, 0},
     {{{BP_CMD_TITLE, "alarm", "alarms raised"}}, MW_DisplayAlarm, 0},
+    {{{BP_CMD_TITLE, "flood", "starts a shortage of buffers"}}, MW_StartFlood, 0},
 };
 
 // name, message code, handler, where its ID is kept
@@ -92,7 +144,20 @@ static const MW_Module g_astModule[] = {
     {"MW_CTRL", MW_MSG_TICK, MW_CtrlTick, &g_ulCtrlID},
     {"MW_PTZ", MW_MSG_MOVE, MW_PtzMove, &g_ulPtzID},
     {"MW_ALM", MW_MSG_LIMIT, MW_AlmLimit, &g_ulAlmID},
+    {"MW_STOR_MCP", MW_MSG_STORE, MW_Store, &g_ulStoreID},
 };
+
+static uint32_t MW_StartTimers() {
+    uint32_t ulTimerID = 0;
+    const uint32_t ulRet = BP_StartCycleTimer(g_ulCtrlID, MW_TICK_MS, MW_OnTick, 0, &ulTimerID);
+    BP_TimerParam stNewDay = {};
+    stNewDay.ulModuleID = g_ulAlmID;
+    stNewDay.ulType = BP_TIMER_DAY;
+    stNewDay.ulCbType = BP_TIMER_CB_EXT;
+    stNewDay.pfnExtCb = MW_OnNewDay;
+    stNewDay.usHour = MW_RESET_HOUR;
+    return ulRet == BP_OK ? BP_RegistTimer(&stNewDay, &ulTimerID) : ulRet;
+}
 
 uint32_t MW_StartCamera() {
     uint32_t ulRet = BP_OK;
@@ -102,13 +167,12 @@ uint32_t MW_StartCamera() {
     for (const BP_CmdDef &stCmd : g_astCmd) {
         ulRet = ulRet == BP_OK ? BP_RegistCmd(&stCmd) : ulRet;
     }
-    if (ulRet != BP_OK) {
-        return ulRet;
+    if (ulRet == BP_OK) {
+        ulRet = BP_RegistMsgProc(g_ulCtrlID, BP_PROC_TABLE_NORMAL, MW_MSG_FLOOD, MW_CtrlFlood, 0);
     }
-    // Last, because from here on messages arrive.
-    return BP_RegistModule("MW_MWARE", 1, &BP_GetProcInfo()->ulMainModuleID);
-}
-
-void MW_TickCamera() {
-    BP_PostMsg(g_ulCtrlID, MW_MSG_TICK, nullptr, 0);
+    if (ulRet == BP_OK) {
+        ulRet = MW_StartTimers();
+    }
+    // The main module comes last, because from here on messages arrive and timers fire.
+    return ulRet == BP_OK ? BP_RegistModule("MW_MWARE", 1, &BP_GetProcInfo()->ulMainModuleID) : ulRet;
 }

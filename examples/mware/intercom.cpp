@@ -14,13 +14,6 @@ static uint32_t MW_MainTick(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t u
     return ulRet == BP_OK ? BP_PostMsg(ulCtrlID, MW_MSG_TICK, nullptr, 0) : ulRet;
 }
 
-// The command module passes the tick on to the main module.
-static uint32_t MW_CmdTick(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
-    (void)pstMsg;
-    (void)ulParam;
-    return BP_PostMsg(BP_MODULE_ID_MAIN, ulMsgCode, nullptr, 0);
-}
-
 static uint32_t MW_DisplayTicks(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnswer, uint32_t ulParam) {
     (void)pstArgs;
     (void)ulParam;
@@ -30,18 +23,20 @@ static uint32_t MW_DisplayTicks(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnsw
 
 static const BP_CmdDef g_stTicksCmd = {{{BP_CMD_TITLE, "ticks", "ticks seen"}}, MW_DisplayTicks, 0};
 
-// Start-up has registered both modules of this process already.
-uint32_t MW_StartIntercom() {
-    uint32_t ulRet = BP_RegCmdModuleID("MW_IWARE_cmd", 0, 0, BP_MODULE_ID_IWARE_CMD);
-    if (ulRet == BP_OK) {
-        ulRet = BP_RegistMsgProc(BP_MODULE_ID_IWARE_CMD, BP_PROC_TABLE_NORMAL, MW_MSG_TICK, MW_CmdTick, 0);
-    }
-    if (ulRet == BP_OK) {
-        ulRet = BP_RegistMsgProc(BP_MODULE_ID_MAIN, BP_PROC_TABLE_NORMAL, MW_MSG_TICK, MW_MainTick, 0);
-    }
-    return ulRet == BP_OK ? BP_RegistCmd(&g_stTicksCmd) : ulRet;
+// A cycle timer of the command module: its callback runs in that module's thread.
+static uint32_t MW_OnTick(uint32_t ulTimerID, uint32_t ulParam) {
+    (void)ulTimerID;
+    (void)ulParam;
+    return BP_PostMsg(BP_MODULE_ID_MAIN, MW_MSG_TICK, nullptr, 0);
 }
 
-void MW_TickIntercom() {
-    BP_PostMsg(BP_MODULE_ID_IWARE_CMD, MW_MSG_TICK, nullptr, 0);
+// Start-up has registered both modules of this process already.
+uint32_t MW_StartIntercom() {
+    uint32_t ulRet = BP_RegistMsgProc(BP_MODULE_ID_MAIN, BP_PROC_TABLE_NORMAL, MW_MSG_TICK, MW_MainTick, 0);
+    if (ulRet == BP_OK) {
+        ulRet = BP_RegistCmd(&g_stTicksCmd);
+    }
+    uint32_t ulTimerID = 0;
+    return ulRet == BP_OK ? BP_StartCycleTimer(BP_MODULE_ID_IWARE_CMD, MW_TICK_MS, MW_OnTick, 0, &ulTimerID)
+                          : ulRet;
 }

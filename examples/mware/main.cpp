@@ -14,13 +14,12 @@ struct MW_Process {
     const char *pcName;
     uint32_t ulProcID;
     uint32_t (*pfnStart)();
-    void (*pfnTick)();
 };
 
-// name, process ID, start of its own modules, what its own thread does ten times a second
+// name, process ID, start of its own modules
 static const MW_Process g_astProcess[] = {
-    {"MW_MWARE", 101, MW_StartCamera, MW_TickCamera},
-    {"MW_IWARE", 102, MW_StartIntercom, MW_TickIntercom},
+    {"MW_MWARE", 101, MW_StartCamera},
+    {"MW_IWARE", 102, MW_StartIntercom},
 };
 
 static const MW_Process *MW_FindProcess(int argc, char **argv) {
@@ -59,7 +58,6 @@ int main(int argc, char **argv) {
     printf("%s is ready\n", pstProcess->pcName);
     fflush(stdout);
     for (;;) {
-        usleep(100000);
-        pstProcess->pfnTick();
+        pause(); // the modules' threads do all the work
     }
 }

@@ -8,6 +8,10 @@
 constexpr uint32_t MW_MSG_TICK = 1001;  // time has passed: no payload
 constexpr uint32_t MW_MSG_MOVE = 1002;  // to MW_PTZ: int32_t, degrees to turn
 constexpr uint32_t MW_MSG_LIMIT = 1003; // to MW_ALM: int32_t, position in degrees
+constexpr uint32_t MW_MSG_FLOOD = 1004; // to MW_CTRL: no payload
+constexpr uint32_t MW_MSG_STORE = 1005; // to MW_STOR_MCP: no payload
+
+constexpr int32_t MW_TICK_MS = 100;
 
 // A module with one handler.
 struct MW_Module {
@@ -23,9 +27,5 @@ uint32_t MW_StartModule(const MW_Module &stModule);
 // Start the modules of MW_MWARE (the camera) or MW_IWARE (the intercom). BP_OK or what failed.
 uint32_t MW_StartCamera();
 uint32_t MW_StartIntercom();
-
-// Keep them busy; called by the program's own thread.
-void MW_TickCamera();
-void MW_TickIntercom();
 
 #endif

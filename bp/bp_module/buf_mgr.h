@@ -1,0 +1,31 @@
+// The records of the slab pools: who takes and gives buffers goes through slab.h.
+#ifndef BP_BP_MODULE_BUF_MGR_H
+#define BP_BP_MODULE_BUF_MGR_H
+
+#include <atomic>
+#include <cstdint>
+
+#include "bp/bp_module/config.h"
+#include "bp/bp_types.h"
+
+constexpr uint32_t BP_SLAB_MAX_NUM = 1000;
+
+struct BP_SlabMgr {
+    uint32_t ulSize = 0;
+    uint32_t ulTotal = 0;
+    std::atomic<uint32_t> ulFreeNum{0}; // ulFreeNum + ulUsedNum = ulTotal outside the lock
+    std::atomic<uint32_t> ulUsedNum{0};
+    BP_List<BP_SlabBuf> stFreeList;
+    BP_Sem semLock; // guards the list, both counts, and the state bits of the class's buffers
+};
+
+struct BP_BufMgr {
+    BP_SlabBuf astBuf[BP_SLAB_MAX_NUM];
+    BP_List<BP_SlabBuf> stSpareList; // headers that no class was given
+    BP_SlabMgr astSlab[BP_SLAB_CLASS_NUM];
+    uint8_t *pucData = nullptr;
+};
+
+extern BP_BufMgr g_stBPBufMgr;
+
+#endif
