@@ -26,8 +26,8 @@ struct BP_Sem {
     }
 };
 
-// Holds a lock semaphore for the life of the guard. No handler is called, no log line written and no dump made
-// while one lives.
+// Holds a lock semaphore for the life of the guard. No handler or callback is called while one lives, and,
+// except under the timer pool's lock, no log line written and no dump made.
 struct BP_SemGuard {
     explicit BP_SemGuard(BP_Sem &semLock) : semHeld(semLock) { semHeld.Wait(); }
     ~BP_SemGuard() { semHeld.Post(); }

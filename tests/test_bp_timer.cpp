@@ -112,6 +112,41 @@ TEST(TimerCalc, CalendarTypes) {
     }
 }
 
+// A device that boots in 1970 and then learns the time: the timer is behind by many periods and goes on all the
+// same.
+TEST(TimerCalc, ClockSetFarForwards_CalendarTimerStaysActive) {
+    setenv("TZ", "UTC0", 1);
+    tzset();
+    SetClock(1000);
+    BP_Timer stTimer;
+    BP_Write(stTimer.ulType, BP_TIMER_DAY);
+    BP_Write<uint16_t>(stTimer.usHour, 8);
+    BP_CalcTimerParam(&stTimer, 1);
+    for (const char *pcNow :
+         {"2026-03-05 07:00:00", "1970-01-03 08:00:00"}) { // years behind; next expiry exactly now
+        SetClock(Utc(pcNow));
+        BP_CalcTimerParam(&stTimer, 0);
+        EXPECT_FALSE(BP_IsTimePairZero(stTimer.stTimeout)) << pcNow;
+        EXPECT_GE(BP_Read(stTimer.stTimeout.lSec), 0) << pcNow;
+    }
+}
+
+// The seconds end in January 2038: what lies behind is refused, not fired at once.
+TEST(TimerCalc, BeyondTheLastSecond_IsOver) {
+    setenv("TZ", "UTC0", 1);
+    tzset();
+    SetClock(Utc("2026-03-05 07:00:00"));
+    for (const uint32_t ulType : {BP_TIMER_DAY, BP_TIMER_WEEK, BP_TIMER_MONTH, BP_TIMER_DATE}) {
+        BP_Timer stTimer;
+        BP_Write(stTimer.ulType, ulType);
+        stTimer.usDay = 20;
+        BP_Write<uint16_t>(stTimer.usHour, 8);
+        BP_Write(stTimer.lStartTime, INT32_MAX - 1); // 2038-01-19 03:14:06
+        BP_CalcTimerParam(&stTimer, 1);
+        EXPECT_TRUE(BP_IsTimePairZero(stTimer.stTimeout)) << ulType;
+    }
+}
+
 TEST(TimerCalc, IntervalTypes) {
     const struct {
         uint32_t ulType;
@@ -279,6 +314,8 @@ TEST_F(Timer, Scan_FiresOnceAPassAndCatchesUp) {
     }
     SetClock(500); // set back: silent until it is due again, and nothing is lost for good
     BP_CheckTimerExpire();
+    usleep(20000);
+    EXPECT_EQ(FiredNum(), 4U);
     SetClock(1000, 500000);
     BP_CheckTimerExpire();
     EXPECT_TRUE(WaitFor([] { return FiredNum() == 5; }));

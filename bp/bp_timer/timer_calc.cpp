@@ -8,6 +8,7 @@
 static constexpr char g_szCalcFunc[] = "BP_CalcTimerParam";
 static constexpr time_t BP_SEC_PER_DAY = 86400;
 static constexpr time_t BP_SEC_PER_WEEK = 7 * BP_SEC_PER_DAY;
+static constexpr int64_t BP_LAST_SEC = INT32_MAX; // stands for all that comes behind it
 static constexpr int32_t BP_USEC_PER_SEC = 1000000;
 static constexpr size_t BP_CTIME_SIZE = 26;
 
@@ -17,7 +18,7 @@ const char *BP_TimerTypeName(uint32_t ulType) {
 }
 
 void BP_SetTimePair(BP_TimePair *pstPair, int64_t lSec, int32_t lUsec) {
-    BP_Write(pstPair->lSec, static_cast<int32_t>(lSec));
+    BP_Write(pstPair->lSec, static_cast<int32_t>(lSec < BP_LAST_SEC ? lSec : BP_LAST_SEC));
     BP_Write(pstPair->lUsec, lUsec);
 }
 
@@ -189,11 +190,15 @@ static void BP_CalcCalendar(BP_Timer *pstTimer, uint32_t ulFirst) {
         BP_Write(pstTimer->stCurExpire.lSec, BP_Read(pstTimer->stNextExpire.lSec));
     }
     const time_t lCurrent = BP_Read(pstTimer->stCurExpire.lSec);
-    if (lStop != 0 && lCurrent >= lStop) {
+    if ((lStop != 0 && lCurrent >= lStop) || lCurrent == BP_LAST_SEC) {
         BP_SetTimePair(&pstTimer->stTimeout, 0, 0);
         return;
     }
-    BP_SetTimePair(&pstTimer->stTimeout, lCurrent - lNow, 0);
+    if (lCurrent > lNow) {
+        BP_SetTimePair(&pstTimer->stTimeout, lCurrent - lNow, 0);
+    } else {
+        BP_SetTimePair(&pstTimer->stTimeout, 0, 1); // behind, but not over: the scan must go on looking at it
+    }
     BP_SetTimePair(&pstTimer->stNextExpire, BP_NextCalendar(pstTimer, lCurrent), 0);
     BP_LogCalendar(pstTimer);
 }
@@ -207,7 +212,7 @@ static void BP_CalcDate(BP_Timer *pstTimer, uint32_t ulFirst) {
     struct tm stTm;
     const time_t lTime = BP_AtTimeOfDay(pstTimer, BP_Read(pstTimer->lStartTime), &stTm);
     BP_SetTimePair(&pstTimer->stCurExpire, lTime, 0);
-    if (lTime <= lNow) {
+    if (lTime <= lNow || lTime >= BP_LAST_SEC) {
         return;
     }
     BP_SetTimePair(&pstTimer->stTimeout, lTime - lNow, 0);

@@ -1,9 +1,10 @@
 // When a timer expires next.
 //
-// Once and cycle timers count in wall-clock time: a clock that is set forwards lets them fire at once (a cycle
-// timer then catches up one firing an idle pass), one that is set back delays them by as much. Calendar timers
-// follow the local time of day; their expiries lie 24 hours or 7 days apart, so a change to or from daylight
-// saving moves them by its hour until they are registered anew.
+// Expiries are wall-clock times. When the clock is set forwards, what is due by then fires at once, and a
+// periodic timer catches up one firing an idle pass; when it is set back, timers wait that much longer.
+//
+// A time of day is the zone's standard time, all year: while daylight saving is on, the clock on the wall shows
+// an hour more when the timer fires. Expiries end with what 32 bits of seconds hold, in January 2038.
 #ifndef BP_BP_TIMER_TIMER_CALC_H
 #define BP_BP_TIMER_TIMER_CALC_H
 

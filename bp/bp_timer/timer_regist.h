@@ -1,6 +1,9 @@
 // Registration of timers. A timer belongs to a module, in whose thread its callback runs; any thread may
 // register and unregister it, a callback too. Timers have the resolution of the main thread's idle passes, 20
 // ms, and a main thread that datagrams keep busy delays them.
+//
+// An expiry that finds no buffer for its notice is lost; a once or date timer that loses its only one keeps its
+// record until it is unregistered. What a clock that is set does to timers, timer_calc.h says.
 #ifndef BP_BP_TIMER_TIMER_REGIST_H
 #define BP_BP_TIMER_TIMER_REGIST_H
 

@@ -2,11 +2,10 @@
 
 static std::atomic<uint32_t> g_ulTickNum;
 
-// Runs in the main thread. The camera's controller lives in the other process; whether that runs is not our
-// concern.
-static uint32_t MW_MainTick(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
-    (void)ulMsgCode;
-    (void)pstMsg;
+// A cycle timer of the main module: its callback runs in the main thread. The camera's controller lives in the
+// other process; whether that runs is not our concern.
+static uint32_t MW_OnTick(uint32_t ulTimerID, uint32_t ulParam) {
+    (void)ulTimerID;
     (void)ulParam;
     g_ulTickNum.fetch_add(1, std::memory_order_relaxed);
     uint32_t ulCtrlID = 0;
@@ -23,20 +22,9 @@ static uint32_t MW_DisplayTicks(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnsw
 
 static const BP_CmdDef g_stTicksCmd = {{{BP_CMD_TITLE, "ticks", "ticks seen"}}, MW_DisplayTicks, 0};
 
-// A cycle timer of the command module: its callback runs in that module's thread.
-static uint32_t MW_OnTick(uint32_t ulTimerID, uint32_t ulParam) {
-    (void)ulTimerID;
-    (void)ulParam;
-    return BP_PostMsg(BP_MODULE_ID_MAIN, MW_MSG_TICK, nullptr, 0);
-}
-
 // Start-up has registered both modules of this process already.
 uint32_t MW_StartIntercom() {
-    uint32_t ulRet = BP_RegistMsgProc(BP_MODULE_ID_MAIN, BP_PROC_TABLE_NORMAL, MW_MSG_TICK, MW_MainTick, 0);
-    if (ulRet == BP_OK) {
-        ulRet = BP_RegistCmd(&g_stTicksCmd);
-    }
+    const uint32_t ulRet = BP_RegistCmd(&g_stTicksCmd);
     uint32_t ulTimerID = 0;
-    return ulRet == BP_OK ? BP_StartCycleTimer(BP_MODULE_ID_IWARE_CMD, MW_TICK_MS, MW_OnTick, 0, &ulTimerID)
-                          : ulRet;
+    return ulRet == BP_OK ? BP_StartCycleTimer(BP_MODULE_ID_MAIN, MW_TICK_MS, MW_OnTick, 0, &ulTimerID) : ulRet;
 }
