@@ -187,9 +187,7 @@ protected:
         ASSERT_EQ(BP_RegCmdModuleID("MW_CTRL", 0, 0, 0x90000001), BP_OK);
         ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK);
     }
-    void TearDown() override {
-        EXPECT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << AllSlabsFull();
-    }
+    void TearDown() override { EXPECT_TRUE(AllSlabsRefill()); }
     std::string Ask(uint32_t ulMsgCode, const std::string &szText) {
         WireMsg stReq = MakeMsg(BP_MODULE_ID_MWARE_CMD, ulMsgCode, szText);
         stReq.stHdr.AssiMsgId = ++ulAssiMsgId_;

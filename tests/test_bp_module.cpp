@@ -52,9 +52,7 @@ protected:
         ASSERT_EQ(BP_RegistModule("MW_CTRL", 1, nullptr), BP_OK);
         pstCtrl_ = BP_GetModuleByID(MW_CTRL);
     }
-    void TearDown() override {
-        EXPECT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << AllSlabsFull();
-    }
+    void TearDown() override { EXPECT_TRUE(AllSlabsRefill()); }
     // Sends from MW_CTRL's record, whichever thread calls.
     static void Send(uint32_t ulDstID, uint32_t ulMsgCode, const std::string &szText, uint32_t ulType = 0) {
         BP_StructMsg stMsg = BP_CreatStructMsg(szText.data(), static_cast<uint32_t>(szText.size()));
@@ -160,7 +158,7 @@ TEST_F(Module, HandlersAreChosenByTypeAndCode) {
     Send(MW_CTRL, 5, "d", 77);
     Send(MW_CTRL, 6, "e", BP_MSG_TYPE_INNER); // nobody's: counted and given back
     EXPECT_TRUE(WaitFor([&] { return BP_Read(pstCtrl_->ulRecvCnt) == 5; }));
-    EXPECT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); }));
+    EXPECT_TRUE(AllSlabsRefill());
     EXPECT_EQ(Seen(), "4/1:a 5/2:b 5/4:c 5/2:d ");
     EXPECT_EQ(BP_Read(pstCtrl_->ulLastRecvMsg), 6U);
 }
@@ -238,7 +236,7 @@ TEST_F(Module, TimedOutRequest_IsDroppedWithItsAnswer) {
         }
         BP_SlabMarkTimeout(pstBuf, ulUse);
         g_semBlock.Post();
-        ASSERT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << ulMsgCode;
+        ASSERT_TRUE(AllSlabsRefill()) << ulMsgCode;
     }
     EXPECT_EQ(Seen(), "1/0:busy ");
     EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_FreeTimeoutAckMsg]Force free ack slab buf, AssiMsgId:2"), 1U);

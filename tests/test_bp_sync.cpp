@@ -13,9 +13,7 @@ static constexpr uint32_t MW_PTZ = 0x90000003;
 class SyncRemote : public testing::Test {
 protected:
     void SetUp() override { ASSERT_EQ(BP_MwareInit("ks", 257), BP_OK); }
-    void TearDown() override {
-        EXPECT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << AllSlabsFull();
-    }
+    void TearDown() override { EXPECT_TRUE(AllSlabsRefill()); }
     static std::string Ask(const std::string &szText, uint32_t ulTimeout, uint32_t ulMsgCode = 31060) {
         char *pcAnswer = nullptr;
         const uint32_t ulRet =
@@ -238,9 +236,7 @@ protected:
         ASSERT_EQ(BP_RegistModule("MW_PTZ", 1, nullptr), BP_OK);
         ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK);
     }
-    void TearDown() override {
-        EXPECT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << AllSlabsFull();
-    }
+    void TearDown() override { EXPECT_TRUE(AllSlabsRefill()); }
 };
 
 static uint32_t Echo(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {

@@ -212,7 +212,7 @@ protected:
         BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 1U);
     }
     void TearDown() override {
-        EXPECT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << AllSlabsFull();
+        EXPECT_TRUE(AllSlabsRefill());
         EXPECT_EQ(Free() + Working(), BP_MAX_TIMER_NUM);
     }
     // The process has a main thread from here on; before, the tests scan by hand.

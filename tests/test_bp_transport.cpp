@@ -33,7 +33,7 @@ protected:
     }
     void TearDown() override {
         EXPECT_EQ(pstRing_->ulUsedLen + pstRing_->ulFreeLen, pstRing_->ulMaxSize);
-        EXPECT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << AllSlabsFull();
+        EXPECT_TRUE(AllSlabsRefill());
     }
     void Arrive(const std::vector<std::string> &aszDatagram) {
         for (const std::string &szDatagram : aszDatagram) {

@@ -17,7 +17,7 @@ protected:
     void TearDown() override {
         CLI_FreeTree(g_pCmdTempletRoot);
         CLI_FreeTree(g_pCmdNodeRoot);
-        EXPECT_TRUE(WaitFor([] { return static_cast<bool>(AllSlabsFull()); })) << AllSlabsFull();
+        EXPECT_TRUE(AllSlabsRefill());
     }
     static void Build(const std::string &szEntries) {
         CLI_FreeTree(g_pCmdTempletRoot);

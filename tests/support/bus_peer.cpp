@@ -6,6 +6,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "tests/support/files.h"
+
 WireMsg MakeMsg(uint32_t ulDstID, uint32_t ulMsgCode, const std::string &szPayload) {
     WireMsg stMsg = {};
     memcpy(stMsg.stHdr.aucPrefix, BP_MSG_PREFIX, sizeof(stMsg.stHdr.aucPrefix));
@@ -148,4 +150,9 @@ testing::AssertionResult AllSlabsFull() {
         }
     }
     return testing::AssertionSuccess();
+}
+
+testing::AssertionResult AllSlabsRefill() {
+    WaitFor([] { return static_cast<bool>(AllSlabsFull()); });
+    return AllSlabsFull();
 }

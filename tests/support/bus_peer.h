@@ -71,5 +71,7 @@ ScriptedTarget::Script AnswerAll(const std::string &szText);
 
 // Every class of this process has all its buffers; says which has not.
 testing::AssertionResult AllSlabsFull();
+// The same, once the threads that still hold some have given them back.
+testing::AssertionResult AllSlabsRefill();
 
 #endif
