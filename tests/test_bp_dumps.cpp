@@ -18,7 +18,7 @@ class Dumps : public testing::Test {
 protected:
     void SetUp() override {
         setenv("TZ", "UTC0", 1);
-        SetClock(Utc("2026-03-05 07:08:09"));
+        SetClock(Utc("2026-03-05T07:08:09"));
         ASSERT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
         ASSERT_EQ(BP_RegistModule("MW_CTRL", 1, &ulCtrlID_), BP_OK);
     }
@@ -158,10 +158,41 @@ TEST_F(Dumps, TailFile_Failures) {
     EXPECT_EQ(BP_WriteDumpFile("/tmp/dir", "x", 1), BP_ERR_FAIL);
     EXPECT_EQ(BP_WriteDumpFile("/dev/full", "x", 1), BP_ERR_FAIL);
     EXPECT_EQ(Logged("[E(1)][bp_util-"), 4U);
-    for (const char *pcLine : {"[BP_TailFile]fopen fail[No such file or directory]", "]fopen file fail",
-                               "]fwrite file fail", "]fopen slab log path fail", "]write slab log fail"}) {
+    for (const char *pcLine :
+         {"[BP_TailFile]fopen fail[No such file or directory]", "]fseek fail", "]fopen file fail",
+          "]fwrite file fail", "]fopen slab log path fail", "]write slab log fail"}) {
         EXPECT_EQ(Logged(pcLine), 1U) << pcLine;
     }
+}
+
+// Whatever another thread does to the source meanwhile: a result, and never more than the block.
+TEST_F(Dumps, TailFile_OfAFileThatGrowsAndShrinks) {
+    std::atomic<bool> bStop{false};
+    WriteFile("/tmp/src", "x\n");
+    std::thread stWriter([&] {
+        for (off_t i = 0; !bStop; i++) {
+            truncate("/tmp/src", i % 3 == 0 ? 60000 : i % 7);
+        }
+    });
+    for (int i = 0; i < 300; i++) {
+        EXPECT_EQ(BP_TailFile("/tmp/src", "/tmp/dst", "w", 3), BP_OK);
+        EXPECT_EQ(ReadFile("/tmp/dst").find("=====/tmp/src=====\n"), 0U);
+        EXPECT_LT(ReadFile("/tmp/dst").size(), 24576U);
+    }
+    bStop = true;
+    stWriter.join();
+}
+
+TEST_F(Dumps, DumpThatCannotBeWritten_IsNamedAndTheNextIsMade) {
+    mkdir(BP_SLAB_DUMP_PATH, 0755);
+    mkdir(BP_TIMER_DUMP_PATH, 0755);
+    BP_WriteDumps();
+    EXPECT_EQ(Logged("]fopen slab log path fail"), 2U);
+    for (const char *pcLine : {"]Write Slab Log fail", "]Write timer Slab Log fail",
+                               "]Collect DRV SlabLog fail", "]Collect ISP SlabLog fail"}) {
+        EXPECT_EQ(Logged(pcLine), 1U) << pcLine;
+    }
+    EXPECT_EQ(ReadFile(BP_KEY_DUMP_PATH).find("=====/var/log/MW_MWARE00.log=====\n"), 0U);
 }
 
 TEST_F(Dumps, CollectKeyLog_GoesOnWithItsNextSource) {
@@ -199,31 +230,55 @@ TEST_F(Dumps, ShortageInTheScan_DumpsWithoutDeadlock) {
     EXPECT_TRUE(AllSlabsFull());
 }
 
-// Threads that run each message class dry together, with others at work: one set of dumps, and everything comes
-// back.
+static void RunDry(uint32_t ulSize, uint32_t ulType) {
+    std::vector<BP_SlabBuf *> apstBuf;
+    while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(ulSize, ulType)) {
+        memset(pstBuf->pucData, 0x5A, ulSize);
+        apstBuf.push_back(pstBuf);
+    }
+    for (BP_SlabBuf *pstBuf : apstBuf) {
+        BP_SlabFreeBuf(pstBuf);
+    }
+}
+
+// Threads that run each class dry together, with others at work: one set of dumps while no latch is set, and
+// everything comes back.
 TEST_F(Dumps, ManyThreadsRunShort_DumpOnceAndRecover) {
-    for (uint32_t i = 0; i < BP_SLAB_CLASS_TIMER; i++) {
+    for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
         const uint32_t ulSize = g_astSlabConfig[i].ulSize;
+        const uint32_t ulType = i == BP_SLAB_CLASS_TIMER ? BP_SLAB_TYPE_TIMER : BP_SLAB_TYPE_MSG;
+        BP_Write(g_stBPbuffLogMgr.aulLatch[BP_BUF_LOG_MSG], 0U); // as in a process that this is the first for
         std::vector<std::thread> astThread;
         for (int j = 0; j < 4; j++) {
-            astThread.emplace_back([ulSize] {
-                std::vector<BP_SlabBuf *> apstBuf;
-                while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(ulSize, BP_SLAB_TYPE_MSG)) {
-                    memset(pstBuf->pucData, 0x5A, ulSize);
-                    apstBuf.push_back(pstBuf);
-                }
-                for (BP_SlabBuf *pstBuf : apstBuf) {
-                    BP_SlabFreeBuf(pstBuf);
-                }
-            });
+            astThread.emplace_back(RunDry, ulSize, ulType);
         }
         uint32_t ulID = 0;
         EXPECT_EQ(BP_StartCycleTimer(ulCtrlID_, 60000, OnCom, 0, &ulID), BP_OK);
         for (auto &stThread : astThread) {
             stThread.join();
         }
+        const std::string szLine =
+            "[BP_SlabGetBuf]Slab full, Print Slab_*.log. Size=" + std::to_string(ulSize) +
+            ", Type=" + std::to_string(ulType);
+        EXPECT_GE(Logged(szLine), 1U);
+        EXPECT_LE(Logged(szLine), ulType == BP_SLAB_TYPE_MSG ? 1U : 4U); // the timer latch may open in between
+        EXPECT_TRUE(AllSlabsFull());
     }
-    EXPECT_EQ(Logged("[BP_SlabGetBuf]Slab full, Print Slab_*.log. Size=128, Type=0"), 1U);
-    EXPECT_EQ(Logged("Slab full"), 1U);
+}
+
+// The message latch stays shut, also for notices; the timer latch opens when notices are plentiful again.
+TEST_F(Dumps, Latches) {
+    const auto pfnDumped = [](uint32_t ulSize, uint32_t ulType) {
+        unlink(BP_SLAB_DUMP_PATH);
+        RunDry(ulSize, ulType);
+        return FileExists(BP_SLAB_DUMP_PATH);
+    };
+    EXPECT_TRUE(pfnDumped(4, BP_SLAB_TYPE_TIMER));
+    EXPECT_FALSE(pfnDumped(100, BP_SLAB_TYPE_MSG)); // no notice was taken since
+    EXPECT_TRUE(pfnDumped(4, BP_SLAB_TYPE_TIMER));
+    BP_SlabFreeBuf(BP_SlabGetBuf(4, BP_SLAB_TYPE_TIMER));
+    EXPECT_TRUE(pfnDumped(16384, BP_SLAB_TYPE_MSG));
+    EXPECT_FALSE(pfnDumped(4, BP_SLAB_TYPE_TIMER));
+    EXPECT_FALSE(pfnDumped(100, BP_SLAB_TYPE_MSG));
     EXPECT_TRUE(AllSlabsFull());
 }

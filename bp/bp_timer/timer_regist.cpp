@@ -63,7 +63,7 @@ static uint32_t BP_AddTimer(const BP_TimerParam &stParam, uint32_t *pulTimerID) 
     const BP_SemGuard stGuard(BP_GetProcInfo()->stTimerCtrl.semLock);
     BP_Timer *pstTimer = BP_TakeTimer();
     if (pstTimer == nullptr) {
-        return BP_ERR_FAIL;
+        return BP_ERR_TIMER_FULL;
     }
     const uint32_t ulTimerID = BP_NewTimerID();
     BP_FillTimer(pstTimer, stParam, ulTimerID);
@@ -91,7 +91,7 @@ uint32_t BP_RegistTimer(const BP_TimerParam *pstParam, uint32_t *pulTimerID) {
     const uint32_t ulRet = BP_AddTimer(*pstParam, pulTimerID);
     if (ulRet != BP_OK) {
         BP_LOG_ERROR(ulRet, "[%s]%s timer of module id %u: %s.", __func__, BP_TimerTypeName(pstParam->ulType),
-                     pstParam->ulModuleID, ulRet == BP_ERR_FAIL ? "all timers are in use" : "would never fire");
+                     pstParam->ulModuleID, ulRet == BP_ERR_TIMER_FULL ? "all timers are in use" : "would never fire");
     }
     return ulRet;
 }

@@ -14,6 +14,7 @@
 constexpr uint32_t BP_ERR_TIMER_OWNER = 1073; // the timer's owning module is not registered any more
 constexpr uint32_t BP_ERR_NO_TIMER = 1074;    // no working timer has the ID
 constexpr uint32_t BP_ERR_TIMER_OVER = 1075;  // the timer would never fire: its date or end has passed
+constexpr uint32_t BP_ERR_TIMER_FULL = 1076;  // all records are in use
 
 // One timer. Fields that its type or kind of callback does not use are ignored.
 struct BP_TimerParam {
@@ -35,8 +36,8 @@ struct BP_TimerParam {
 };
 
 // Starts a timer and stores its ID. BP_OK; BP_ERR_PARAM for a null argument or callback, an unknown type or
-// kind, or a field out of its range; BP_ERR_NO_MODULE when the owner is not registered; BP_ERR_FAIL when all
-// records are in use; BP_ERR_TIMER_OVER. A refusal has an ERROR line and changes nothing.
+// kind, or a field out of its range; BP_ERR_NO_MODULE when the owner is not registered; BP_ERR_TIMER_FULL;
+// BP_ERR_TIMER_OVER. A refusal has an ERROR line and changes nothing.
 uint32_t BP_RegistTimer(const BP_TimerParam *pstParam, uint32_t *pulTimerID);
 
 // The common cases: call this every, or once after, lInterval milliseconds in the module's thread. Results as

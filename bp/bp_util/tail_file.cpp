@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
 
 #include "bp/bp_log/log.h"
 #include "bp/bp_types.h"
@@ -38,38 +39,40 @@ static long BP_FindInBlock(FILE *pstSrc, long lFrom, long lLen, uint32_t ulLines
     return -1;
 }
 
-// Finds the offset at which the last ulLines newline-ended lines begin, reading backwards: no line is too long
-// for that.
-static uint32_t BP_FindTail(FILE *pstSrc, uint32_t ulLines, long *plStart, long *plSize) {
-    if (fseek(pstSrc, 0, SEEK_END) != 0) {
+static uint32_t BP_SeekEnd(FILE *pstSrc, long *plSize) {
+    struct stat stStat;
+    if (fstat(fileno(pstSrc), &stStat) != 0 || !S_ISREG(stStat.st_mode) || fseek(pstSrc, 0, SEEK_END) != 0 ||
+        (*plSize = ftell(pstSrc)) < 0) {
         return BP_TailFail(BP_ERR_FAIL, "fseek fail");
     }
-    *plSize = ftell(pstSrc);
+    return BP_OK;
+}
+
+// Moves to where the last ulLines newline-ended lines begin, reading backwards: no line is too long for that.
+static uint32_t BP_SeekTail(FILE *pstSrc, uint32_t ulLines, long *plTail) {
+    long lSize = 0;
+    if (BP_SeekEnd(pstSrc, &lSize) != BP_OK) {
+        return BP_ERR_FAIL;
+    }
     uint32_t ulFound = 0;
     long lFound = -1;
-    for (long lEnd = *plSize; lEnd > 0 && lFound == -1; lEnd -= BP_TAIL_BLOCK) {
+    for (long lEnd = lSize; lEnd > 0 && lFound == -1; lEnd -= BP_TAIL_BLOCK) {
         const long lFrom = lEnd > BP_TAIL_BLOCK ? lEnd - BP_TAIL_BLOCK : 0;
         lFound = BP_FindInBlock(pstSrc, lFrom, lEnd - lFrom, ulLines, &ulFound);
     }
     if (lFound == -2) {
         return BP_ERR_FAIL;
     }
-    *plStart = lFound + 1;
-    return fseek(pstSrc, *plStart, SEEK_SET) == 0 ? BP_OK : BP_TailFail(BP_ERR_FAIL, "fseek() fail");
+    *plTail = lSize - (lFound + 1);
+    clearerr(pstSrc); // a file that has shrunk ended early
+    return fseek(pstSrc, lFound + 1, SEEK_SET) == 0 ? BP_OK : BP_TailFail(BP_ERR_FAIL, "fseek() fail");
 }
 
-// Fills the block of BP_TAIL_SIZE zeroed bytes: the heading and as much of the tail as fits.
-static uint32_t BP_ReadTail(FILE *pstSrc, const char *pcSrcPath, uint32_t ulLines, char *pcBlock) {
-    long lStart = 0;
-    long lSize = 0;
-    if (BP_FindTail(pstSrc, ulLines, &lStart, &lSize) != BP_OK) {
-        return BP_ERR_FAIL;
-    }
-    snprintf(pcBlock, BP_TAIL_SIZE, "%s%s%s", "=====", pcSrcPath, "=====\n");
+// Appends as much of the lTail bytes that come next as fits the block of BP_TAIL_SIZE zeroed bytes.
+static uint32_t BP_ReadTail(FILE *pstSrc, long lTail, char *pcBlock) {
     const size_t ulHead = strlen(pcBlock);
     const size_t ulRoom = BP_TAIL_SIZE - ulHead - 1;
-    const size_t ulTail = static_cast<size_t>(lSize - lStart);
-    clearerr(pstSrc);
+    const size_t ulTail = static_cast<size_t>(lTail);
     const size_t ulRead = fread(pcBlock + ulHead, 1, ulTail < ulRoom ? ulTail : ulRoom, pstSrc);
     pcBlock[ulHead + ulRead] = '\0';
     return ferror(pstSrc) == 0 ? BP_OK : BP_TailFail(BP_ERR_FAIL, "fread file fail");
@@ -85,19 +88,34 @@ static uint32_t BP_WriteTail(const char *pcDstPath, const char *pcMode, const ch
     return bWritten ? BP_OK : BP_TailFail(BP_ERR_FAIL, "fwrite file fail");
 }
 
+// The block with the heading and the tail, for the caller to free; null, with its line, when there is none.
+static char *BP_MakeBlock(FILE *pstSrc, const char *pcSrcPath, uint32_t ulLines) {
+    long lTail = 0;
+    if (BP_SeekTail(pstSrc, ulLines, &lTail) != BP_OK) {
+        return nullptr;
+    }
+    char *pcBlock = static_cast<char *>(calloc(1, BP_TAIL_SIZE));
+    if (pcBlock == nullptr) {
+        BP_TailFail(BP_ERR_NO_MEM, "calloc() fail");
+        return nullptr;
+    }
+    snprintf(pcBlock, BP_TAIL_SIZE, "%s%s%s", "=====", pcSrcPath, "=====\n");
+    if (BP_ReadTail(pstSrc, lTail, pcBlock) != BP_OK) {
+        free(pcBlock);
+        return nullptr;
+    }
+    return pcBlock;
+}
+
 uint32_t BP_TailFile(const char *pcSrcPath, const char *pcDstPath, const char *pcMode, uint32_t ulLines) {
     FILE *pstSrc = fopen(pcSrcPath, "r");
     if (pstSrc == nullptr) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fopen fail[%s]", __func__, strerror(errno));
         return BP_ERR_FAIL;
     }
-    char *pcBlock = static_cast<char *>(calloc(1, BP_TAIL_SIZE));
-    uint32_t ulRet = pcBlock != nullptr ? BP_ReadTail(pstSrc, pcSrcPath, ulLines, pcBlock)
-                                        : BP_TailFail(BP_ERR_NO_MEM, "calloc() fail");
+    char *pcBlock = BP_MakeBlock(pstSrc, pcSrcPath, ulLines);
     fclose(pstSrc);
-    if (ulRet == BP_OK) {
-        ulRet = BP_WriteTail(pcDstPath, pcMode, pcBlock);
-    }
+    const uint32_t ulRet = pcBlock != nullptr ? BP_WriteTail(pcDstPath, pcMode, pcBlock) : BP_ERR_FAIL;
     free(pcBlock);
     return ulRet;
 }

@@ -32,6 +32,5 @@ void SetClock(int64_t lSec, int64_t lUsec) {
 
 int64_t Utc(const std::string &szTime) {
     struct tm stTm = {};
-    return szTime.empty() || strptime(szTime.c_str(), "%Y-%m-%d %H:%M:%S", &stTm) == nullptr ? 0
-                                                                                             : timegm(&stTm);
+    return strptime(szTime.c_str(), "%Y-%m-%dT%H:%M:%S", &stTm) != nullptr ? timegm(&stTm) : 0;
 }

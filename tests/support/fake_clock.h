@@ -9,7 +9,7 @@
 // Stops the clock there.
 void SetClock(int64_t lSec, int64_t lUsec = 0);
 
-// "2026-03-05 08:00:00" in UTC as seconds since 1970; 0 for "".
+// "2026-03-05T08:00:00" in UTC as seconds since 1970; 0 for what is no time.
 int64_t Utc(const std::string &szTime);
 
 #endif
