@@ -2,13 +2,17 @@
 
 #include <cerrno>
 #include <cstring>
+#include <stdio_ext.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include "bp/bp_log/own_file.h"
 #include "bp/bp_log/shell.h"
 
 static constexpr uint32_t BP_LOG_LINE_ROOM = 1024; // room that must be left below the limit for one more line
 static constexpr uint32_t BP_MARK_RENAME = 845;
 static constexpr uint32_t BP_MARK_OPEN = 878;
+static constexpr uint32_t BP_MARK_WRITE = 903;
 
 void BP_LogReport(uint32_t ulMark, const char *pcFormat, ...) {
     va_list args;
@@ -57,27 +61,36 @@ static bool BP_LogRotate(BP_LogFile *pstFile) {
     return false;
 }
 
-// Looks on disk for every line: a file that somebody removed must come back with the next line.
+// Looks on disk for every line: a file that somebody removed or replaced must come back with the next line.
 static bool BP_LogOpen(BP_LogFile *pstFile) {
     struct stat stStat;
-    if (pstFile->pstFp != nullptr && stat(pstFile->szCurName, &stStat) == 0) {
+    if (pstFile->pstFp != nullptr && lstat(pstFile->szCurName, &stStat) == 0 &&
+        stStat.st_ino == pstFile->ulInode && stStat.st_dev == pstFile->ulDevice) {
         return true;
     }
     char szCmd[64];
     snprintf(szCmd, sizeof(szCmd), "%s%s", "mkdir -p ", BP_LOG_DIR);
     BP_System(szCmd);
     BP_LogCloseFile(pstFile);
-    pstFile->pstFp = fopen(pstFile->szCurName, "ae");
+    pstFile->pstFp = BP_OpenOwnFile(pstFile->szCurName, "a");
     if (pstFile->pstFp == nullptr) {
         BP_LogReport(BP_MARK_OPEN, "Open file %s failed:%s", pstFile->szCurName, strerror(errno));
         return false;
     }
+    if (fstat(fileno(pstFile->pstFp), &stStat) == 0) {
+        pstFile->ulDevice = stStat.st_dev;
+        pstFile->ulInode = stStat.st_ino;
+    }
     return true;
 }
 
-static void BP_LogCount(BP_LogFile *pstFile, int lWritten) {
-    if (lWritten > 0) {
-        pstFile->ulSize += static_cast<uint32_t>(lWritten);
+// A line that does not fit the disk is taken back, or its beginning would be glued to the next line.
+static void BP_LogTakeBack(const BP_LogFile *pstFile, off_t lStart) {
+    BP_LogReport(BP_MARK_WRITE, "Write file %s failed:%s", pstFile->szCurName, strerror(errno));
+    __fpurge(pstFile->pstFp);
+    clearerr(pstFile->pstFp);
+    if (ftruncate(fileno(pstFile->pstFp), lStart) != 0) {
+        fputc('\n', pstFile->pstFp); // then at least the next line begins as one
     }
 }
 
@@ -89,8 +102,13 @@ void BP_LogWriteFile(BP_LogFile *pstFile, uint32_t ulLimit, const char *pcPrefix
     if (!BP_LogOpen(pstFile)) {
         return;
     }
-    BP_LogCount(pstFile, fprintf(pstFile->pstFp, "%s", pcPrefix));
-    BP_LogCount(pstFile, vfprintf(pstFile->pstFp, pcFormat, args));
-    BP_LogCount(pstFile, fprintf(pstFile->pstFp, "\r\n"));
-    fflush(pstFile->pstFp);
+    const off_t lStart = lseek(fileno(pstFile->pstFp), 0, SEEK_END);
+    const int lPrefix = fprintf(pstFile->pstFp, "%s", pcPrefix);
+    const int lText = vfprintf(pstFile->pstFp, pcFormat, args);
+    const int lEnd = fprintf(pstFile->pstFp, "\r\n");
+    if (fflush(pstFile->pstFp) != 0 || lPrefix < 0 || lText < 0 || lEnd < 0) {
+        BP_LogTakeBack(pstFile, lStart);
+        return;
+    }
+    pstFile->ulSize += static_cast<uint32_t>(lPrefix + lText + lEnd);
 }

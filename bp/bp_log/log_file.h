@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <sys/types.h>
 
 #define BP_LOG_DIR "/var/log/"
 
@@ -18,6 +19,8 @@ struct BP_LogFile {
     char szBakName[128]; // what rotation renames it to, over an older backup
     FILE *pstFp;         // null until the first line, and after a rotation
     uint32_t ulSize;     // bytes in the current file, as counted by the writer
+    dev_t ulDevice;      // of the file that is open: the name may have become another file's
+    ino_t ulInode;
 };
 
 // Names the pair BP_LOG_DIR + pcStem + "00" / "01" + pcSuffix and takes up the size that the current file

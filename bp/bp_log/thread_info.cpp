@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "bp/bp_log/log.h"
+#include "bp/bp_log/own_file.h"
 #include "bp/bp_log/shell.h"
 
 BP_ThreadInfo g_astThreadInfo[BP_THREAD_INFO_NUM];
@@ -29,7 +30,7 @@ static void BP_WriteThreadFile(const char *pcPath) {
     // Quoted: the brackets of the file's name are a pattern to the shell, and would match other files.
     snprintf(szCmd, sizeof(szCmd), "rm -rf '%s'", pcPath);
     BP_System(szCmd);
-    FILE *pstFp = fopen(pcPath, "w+e");
+    FILE *pstFp = BP_OpenOwnFile(pcPath, "w");
     if (pstFp == nullptr) {
         return;
     }

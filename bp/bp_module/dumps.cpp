@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "bp/bp_log/log.h"
+#include "bp/bp_log/own_file.h"
 #include "bp/bp_module/buf_mgr.h"
 #include "bp/bp_module/proc_info.h"
 #include "bp/bp_msg_hdr.h"
@@ -48,7 +49,7 @@ static void BP_Print(BP_DumpText *pstText, const char *pcFormat, ...) {
 }
 
 uint32_t BP_WriteDumpFile(const char *pcPath, const char *pcText, uint32_t ulLen) {
-    FILE *pstFp = fopen(pcPath, "w");
+    FILE *pstFp = BP_OpenOwnFile(pcPath, "w");
     if (pstFp == nullptr) {
         BP_LOG_ERROR(BP_ERR_FAIL, "fopen slab log path fail");
         return BP_ERR_FAIL;

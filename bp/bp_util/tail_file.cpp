@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sys/stat.h>
 
 #include "bp/bp_log/log.h"
+#include "bp/bp_log/own_file.h"
 #include "bp/bp_types.h"
 
 static constexpr uint32_t BP_TAIL_SIZE = 24576;
@@ -40,9 +40,7 @@ static long BP_FindInBlock(FILE *pstSrc, long lFrom, long lLen, uint32_t ulLines
 }
 
 static uint32_t BP_SeekEnd(FILE *pstSrc, long *plSize) {
-    struct stat stStat;
-    if (fstat(fileno(pstSrc), &stStat) != 0 || !S_ISREG(stStat.st_mode) || fseek(pstSrc, 0, SEEK_END) != 0 ||
-        (*plSize = ftell(pstSrc)) < 0) {
+    if (fseek(pstSrc, 0, SEEK_END) != 0 || (*plSize = ftell(pstSrc)) < 0) {
         return BP_TailFail(BP_ERR_FAIL, "fseek fail");
     }
     return BP_OK;
@@ -79,7 +77,7 @@ static uint32_t BP_ReadTail(FILE *pstSrc, long lTail, char *pcBlock) {
 }
 
 static uint32_t BP_WriteTail(const char *pcDstPath, const char *pcMode, const char *pcBlock) {
-    FILE *pstDst = fopen(pcDstPath, pcMode);
+    FILE *pstDst = BP_OpenOwnFile(pcDstPath, pcMode);
     if (pstDst == nullptr) {
         return BP_TailFail(BP_ERR_FAIL, "fopen file fail");
     }
@@ -108,7 +106,7 @@ static char *BP_MakeBlock(FILE *pstSrc, const char *pcSrcPath, uint32_t ulLines)
 }
 
 uint32_t BP_TailFile(const char *pcSrcPath, const char *pcDstPath, const char *pcMode, uint32_t ulLines) {
-    FILE *pstSrc = fopen(pcSrcPath, "r");
+    FILE *pstSrc = BP_OpenOwnFile(pcSrcPath, "r");
     if (pstSrc == nullptr) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fopen fail[%s]", __func__, strerror(errno));
         return BP_ERR_FAIL;

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <regex.h>
 #include <sstream>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <thread>
 
@@ -41,6 +42,16 @@ bool Matches(const std::string &szText, const std::string &szRegex) {
     const bool bMatches = regexec(&stRegex, szText.c_str(), 0, nullptr, 0) == 0;
     regfree(&stRegex);
     return bMatches;
+}
+
+bool MountSmall(const std::string &szDir, size_t ulBytes) {
+    mkdir(szDir.c_str(), 0755);
+    return getenv("KS_TEST_SANDBOX") != nullptr &&
+           mount("tmpfs", szDir.c_str(), "tmpfs", 0, ("size=" + std::to_string(ulBytes)).c_str()) == 0;
+}
+
+void UnmountSmall(const std::string &szDir) {
+    umount2(szDir.c_str(), MNT_DETACH);
 }
 
 bool WaitFor(const std::function<bool()> &pfnCondition, int lSeconds) {

@@ -1,0 +1,158 @@
+// The log and the runtime's other files when the disk, or somebody else on the device, does not play along.
+#include <gtest/gtest.h>
+#include <sstream>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+#include "bp/bp.h"
+#include "tests/support/capture.h"
+#include "tests/support/files.h"
+
+static const char g_szLog[] = "/var/log/ks00.log";
+
+class LogFaults : public testing::Test {
+protected:
+    void SetUp() override {
+        BP_InitLog("ks");
+        ASSERT_EQ(BP_RegCmdModuleID("BP", 0, 0, BP_LOG_BP_MODULE_ID), BP_OK);
+    }
+    static void Log(const std::string &szText) {
+        BP_WriteLog(BP_LOG_LEVEL_INFO, 0, BP_LOG_BP_MODULE_ID, "a.c", 1, "<%s>", szText.c_str());
+    }
+    // Every line of the file is whole; returns their number.
+    static size_t WholeLines(const std::string &szFile) {
+        std::istringstream stText(ReadFile(szFile));
+        std::string szLine;
+        size_t ulNum = 0;
+        while (std::getline(stText, szLine)) {
+            EXPECT_TRUE(Matches(szLine, "^[0-9-]{5} [0-9:]{8} [0-9]{3}\\[I\\(0\\)\\]\\[a.c-1\\]<[^<>]*>\r$"))
+                << szLine;
+            ulNum++;
+        }
+        return ulNum;
+    }
+};
+
+TEST_F(LogFaults, DiskFull_LinesAreWholeOrNotThere) {
+    if (!MountSmall("/var/log", 8192)) {
+        GTEST_SKIP() << "needs a mount namespace of its own";
+    }
+    Capture stErr(stderr);
+    for (int i = 0; i < 200; i++) {
+        Log(std::to_string(i) + std::string(100, 'x'));
+    }
+    const size_t ulWritten = WholeLines(g_szLog);
+    const std::string szErr = stErr.Stop();
+    EXPECT_GT(ulWritten, 20U);
+    EXPECT_EQ(CountOf(szErr, "[bp_log-903]Write file /var/log/ks00.log failed:No space left on device\n"),
+              200 - ulWritten);
+    mount("tmpfs", "/var/log", "tmpfs", MS_REMOUNT, "size=65536");
+    Log("room again");
+    EXPECT_EQ(WholeLines(g_szLog), ulWritten + 1);
+    UnmountSmall("/var/log");
+}
+
+TEST_F(LogFaults, ReadOnly_SaysSoAndResumes) {
+    if (!MountSmall("/var/log", 65536)) {
+        GTEST_SKIP() << "needs a mount namespace of its own";
+    }
+    mount("tmpfs", "/var/log", "tmpfs", MS_REMOUNT | MS_RDONLY, "");
+    Capture stErr(stderr);
+    Log("lost");
+    EXPECT_EQ(CountOf(stErr.Stop(), "[bp_log-878]Open file /var/log/ks00.log failed:Read-only file system\n"),
+              1U);
+    mount("tmpfs", "/var/log", "tmpfs", MS_REMOUNT, "");
+    Log("kept");
+    EXPECT_EQ(WholeLines(g_szLog), 1U);
+    UnmountSmall("/var/log");
+}
+
+// Sixteen threads write, through rotations, while the file under them is removed, moved, replaced and blocked.
+TEST_F(LogFaults, FileChangesUnderManyThreads_EveryLineIsWholeOrAccountedFor) {
+    static constexpr int lThreads = 16;
+    static constexpr int lLines = 300;
+    Capture stErr(stderr);
+    std::atomic<int> lRunning{lThreads};
+    std::vector<std::thread> astThread;
+    for (int i = 0; i < lThreads; i++) {
+        astThread.emplace_back([&, i] {
+            for (int j = 0; j < lLines; j++) {
+                Log(std::to_string(i) + " " + std::to_string(j) + std::string(80, 'y'));
+            }
+            lRunning--;
+        });
+    }
+    for (int i = 0; lRunning > 0; i++) {
+        const std::string szAside = "/var/log/aside" + std::to_string(i);
+        if (i % 2 == 0) {
+            rename(g_szLog, szAside.c_str());
+        } else {
+            mkdir(g_szLog, 0755);
+            rename(g_szLog, szAside.c_str());
+            mkdir(g_szLog, 0755);
+            rmdir(g_szLog);
+        }
+        WholeLines(szAside);
+        usleep(2000);
+    }
+    for (auto &stThread : astThread) {
+        stThread.join();
+    }
+    WholeLines(g_szLog);
+    const std::string szErr = stErr.Stop();
+    std::istringstream stText(szErr);
+    std::string szLine;
+    while (std::getline(stText, szLine)) {
+        EXPECT_TRUE(Matches(szLine, "^\\[bp_log-(845|878)\\](Rename|Open) file /var/log/ks00.log .*failed:.*$"))
+            << szLine;
+    }
+    rmdir(g_szLog);
+    Log("after all");
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), "<after all>"), 1U);
+}
+
+// Whatever has been planted under the name of one of the runtime's files, nothing else is written to, and
+// nobody waits.
+TEST_F(LogFaults, PlantedNames_HarmNobody) {
+    const std::string szThreads = "/tmp/ThreadInfo[" + std::to_string(getpid()) + "].log";
+    const std::function<int(const char *, const char *)> apfnPlant[] = {
+        symlink,
+        link,
+        [](const char *, const char *pcName) { return mkfifo(pcName, 0666); },
+        [](const char *, const char *pcName) { return symlink("/tmp/not there yet", pcName); },
+    };
+    for (const auto &pfnPlant : apfnPlant) {
+        for (const std::string &szName :
+             {std::string(g_szLog), std::string(BP_SLAB_DUMP_PATH), std::string(BP_KEY_DUMP_PATH), szThreads}) {
+            const std::string szVictim = szName.substr(0, szName.rfind('/')) + "/victim";
+            WriteFile(szVictim, "precious");
+            unlink(szName.c_str());
+            ASSERT_EQ(pfnPlant(szVictim.c_str(), szName.c_str()), 0) << szName;
+        }
+        Capture stErr(stderr);
+        Log("not there");
+        EXPECT_EQ(BP_WriteDumpFile(BP_SLAB_DUMP_PATH, "dump", 4), BP_ERR_FAIL);
+        EXPECT_EQ(BP_TailFile("/tmp/victim", BP_KEY_DUMP_PATH, "w", 3), BP_ERR_FAIL);
+        EXPECT_EQ(CountOf(stErr.Stop(), "[bp_log-878]Open file /var/log/ks00.log failed:"),
+                  3U);               // as for each refusal
+        BP_RecordThreadInfo("name"); // removes what is there first
+        EXPECT_EQ(CountOf(ReadFile(szThreads), "name:"), 1U);
+        EXPECT_EQ(ReadFile("/tmp/victim") + ReadFile("/var/log/victim"), "preciousprecious");
+        EXPECT_FALSE(FileExists("/tmp/not there yet"));
+    }
+}
+
+// Formats, patterns and shell commands in what is only text.
+TEST_F(LogFaults, TextIsOnlyText) {
+    static const std::string szTrick =
+        "%s%n%1000000d $(touch /tmp/pwned) `touch /tmp/pwned` '; touch /tmp/pwned; #";
+    Log(szTrick);
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), "<" + szTrick + ">\r\n"), 1U);
+    BP_RecordThreadInfo(szTrick.c_str());
+    EXPECT_EQ(
+        CountOf(ReadFile("/tmp/ThreadInfo[" + std::to_string(getpid()) + "].log"), szTrick.substr(0, 63) + ":"),
+        1U);
+    EXPECT_FALSE(FileExists("/tmp/pwned"));
+}
