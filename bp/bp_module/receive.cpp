@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 
@@ -14,6 +15,12 @@ static uint32_t BP_ReportReadError(int lErr) {
     BP_LOG_ERROR(BP_ERR_FAIL, "[%s]read from socket fail errcode:%d(%s).", "BP_GetAndDispatchMsg", lErr,
                  strerror(lErr));
     return BP_ERR_FAIL;
+}
+
+// A socket without a fixed port listens on every address of the device once it has sent, but the bus ends at
+// the device: what comes from elsewhere is no traffic of its own.
+static bool BP_IsFromLoopback(const struct sockaddr_in &stFrom) {
+    return stFrom.sin_family == AF_INET && ntohl(stFrom.sin_addr.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
 }
 
 // Whoever is to be answered is answered at the source of the datagram read last, so that address changes only
@@ -44,7 +51,9 @@ static int BP_ReadDatagram(BP_ProcInfo *pstProc) {
     if (lRead < 0) {
         return errno;
     }
-    if (lRead > static_cast<ssize_t>(pstRing->ulFreeLen)) {
+    if (!BP_IsFromLoopback(stFrom)) {
+        BP_LOG_DEBUG("[%s]drop datagram from %x.", "BP_GetAndDispatchMsg", stFrom.sin_addr.s_addr);
+    } else if (lRead > static_cast<ssize_t>(pstRing->ulFreeLen)) {
         BP_ReportReadError(EMSGSIZE);
     } else if (lRead > 0) {
         BP_TakeIn(pstProc, static_cast<uint32_t>(lRead), stFrom);
@@ -59,8 +68,11 @@ static void BP_MakeRoom(BP_ProcInfo *pstProc) {
     if (pstRing->ulUsedLen == 0) {
         return;
     }
-    const ssize_t lNext = recv(pstProc->lSocket, nullptr, 0, MSG_PEEK | MSG_TRUNC);
-    if (lNext > static_cast<ssize_t>(pstRing->ulMaxSize)) {
+    struct sockaddr_in stFrom = {};
+    socklen_t ulFromLen = sizeof(stFrom);
+    const ssize_t lNext = recvfrom(pstProc->lSocket, nullptr, 0, MSG_PEEK | MSG_TRUNC,
+                                   reinterpret_cast<struct sockaddr *>(&stFrom), &ulFromLen);
+    if (lNext > static_cast<ssize_t>(pstRing->ulMaxSize) || !BP_IsFromLoopback(stFrom)) {
         return;
     }
     while (!pstRing->bNoBuf && lNext > static_cast<ssize_t>(pstRing->ulFreeLen)) {
