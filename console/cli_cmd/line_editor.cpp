@@ -15,6 +15,7 @@ static constexpr int CLI_KEY_ENTER = '\r';
 static constexpr int CLI_KEY_ESC = 0x1B;
 static constexpr int CLI_KEY_BACKSPACE = 0x08;
 static constexpr int CLI_KEY_DELETE = 0x7F;
+static constexpr int CLI_SEQUENCE_WAIT_MS = 25; // for each further byte of an escape sequence
 static constexpr char g_szErase[] = "\b \b";
 
 char g_szLineBuf[CLI_LINE_SIZE];
@@ -73,6 +74,14 @@ uint8_t CLI_ReadPendingChar() {
     return static_cast<uint8_t>(lKey);
 }
 
+// Over a slow line the bytes of one key come one by one; a lone ESC has nothing behind it.
+static uint8_t CLI_ReadSequenceChar() {
+    struct pollfd stPoll = {STDIN_FILENO, POLLIN, 0};
+    while (poll(&stPoll, 1, CLI_SEQUENCE_WAIT_MS) < 0 && errno == EINTR) {
+    }
+    return CLI_ReadPendingChar();
+}
+
 static void CLI_StoreKey(size_t *pulCursor, int lKey) {
     if (*pulCursor < CLI_LINE_SIZE - 1) {
         g_szLineBuf[(*pulCursor)++] = static_cast<char>(lKey);
@@ -107,14 +116,14 @@ static void CLI_ShowRecalled(const char *pcLine, size_t *pulCursor) {
 // Decodes what follows an ESC. Only the arrows up and down mean something; the rest of a sequence that is
 // longer than the forms known here is read as ordinary input.
 static void CLI_EditEscape(size_t *pulCursor) {
-    uint8_t ucKey = CLI_ReadPendingChar();
+    uint8_t ucKey = CLI_ReadSequenceChar();
     if (ucKey == 'O' || ucKey == '[') {
-        ucKey = CLI_ReadPendingChar();
+        ucKey = CLI_ReadSequenceChar();
     }
     if (ucKey >= '1' && ucKey <= '9') {
-        const uint8_t ucNext = CLI_ReadPendingChar();
+        const uint8_t ucNext = CLI_ReadSequenceChar();
         if (ucNext >= '0' && ucNext <= '9') {
-            CLI_ReadPendingChar();
+            CLI_ReadSequenceChar();
         }
         return;
     }

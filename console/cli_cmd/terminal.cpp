@@ -1,18 +1,64 @@
 #include "console/cli_cmd/terminal.h"
 
+#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <initializer_list>
+#include <unistd.h>
+
+// What the signal handlers find; null while the settings are the terminal's own.
+static std::atomic<const CLI_Terminal *> g_pstTerminal{nullptr};
+
+// Puts the settings back and lets the signal do what it does without a handler: SA_RESETHAND has seen to that.
+static void CLI_OnEndSignal(int lSignal) {
+    const CLI_Terminal *pstTerminal = g_pstTerminal.load();
+    if (pstTerminal != nullptr) {
+        tcsetattr(STDIN_FILENO, TCSANOW, &pstTerminal->stSaved);
+    }
+    raise(lSignal);
+}
+
+// Whoever had the terminal while the console was stopped has set it for himself. In the background it stays
+// his.
+static void CLI_OnContinue(int) {
+    const int lErr = errno;
+    const CLI_Terminal *pstTerminal = g_pstTerminal.load();
+    if (pstTerminal != nullptr && tcgetpgrp(STDIN_FILENO) == getpgrp()) {
+        tcsetattr(STDIN_FILENO, TCSANOW, &pstTerminal->stRaw);
+    }
+    errno = lErr;
+}
+
+static void CLI_Handle(int lSignal, void (*pfnHandler)(int), int lFlags) {
+    struct sigaction stOld;
+    struct sigaction stAction = {};
+    stAction.sa_handler = pfnHandler;
+    stAction.sa_flags = SA_RESTART | lFlags;
+    sigemptyset(&stAction.sa_mask);
+    if (sigaction(lSignal, nullptr, &stOld) == 0 && stOld.sa_handler != SIG_IGN) { // as nohup wants it
+        sigaction(lSignal, &stAction, nullptr);
+    }
+}
 
 int CLI_SetRawMode(CLI_Terminal *pstTerminal) {
     pstTerminal->stSaved = {};
-    tcgetattr(fileno(stdin), &pstTerminal->stSaved);
-    struct termios stRaw = pstTerminal->stSaved;
-    cfmakeraw(&stRaw);
-    stRaw.c_iflag |= INLCR;
-    stRaw.c_oflag |= OPOST;
-    return tcsetattr(fileno(stdin), TCSAFLUSH, &stRaw);
+    tcgetattr(STDIN_FILENO, &pstTerminal->stSaved);
+    pstTerminal->stRaw = pstTerminal->stSaved;
+    cfmakeraw(&pstTerminal->stRaw);
+    pstTerminal->stRaw.c_iflag |= INLCR;
+    pstTerminal->stRaw.c_oflag |= OPOST;
+    g_pstTerminal = pstTerminal;
+    for (const int lSignal : {SIGHUP, SIGTERM, SIGPIPE}) {
+        CLI_Handle(lSignal, CLI_OnEndSignal, SA_RESETHAND);
+    }
+    CLI_Handle(SIGCONT, CLI_OnContinue, 0);
+    setvbuf(stdin, nullptr, _IONBF, 0); // so that polling the descriptor tells whether a key is there
+    return tcsetattr(STDIN_FILENO, TCSAFLUSH, &pstTerminal->stRaw);
 }
 
 void CLI_RestoreMode(const CLI_Terminal *pstTerminal) {
     fflush(stdout);
-    tcsetattr(fileno(stdin), TCSANOW, &pstTerminal->stSaved);
+    tcsetattr(STDIN_FILENO, TCSANOW, &pstTerminal->stSaved);
+    g_pstTerminal = nullptr;
 }

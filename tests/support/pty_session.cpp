@@ -86,8 +86,13 @@ PtySession::~PtySession() {
 }
 
 void PtySession::Type(const std::string &szKeys) const {
-    if (write(lMaster_, szKeys.data(), szKeys.size()) != static_cast<ssize_t>(szKeys.size())) {
-        perror("type");
+    for (size_t ulDone = 0; ulDone < szKeys.size();) {
+        const ssize_t lWritten = write(lMaster_, szKeys.data() + ulDone, szKeys.size() - ulDone);
+        if (lWritten < 0) {
+            perror("type");
+            return;
+        }
+        ulDone += static_cast<size_t>(lWritten);
     }
 }
 
@@ -118,6 +123,10 @@ void PtySession::HangUp() {
     }
 }
 
+void PtySession::Signal(int lSignal) const {
+    kill(lPid_, lSignal);
+}
+
 int PtySession::WaitExit(int lSeconds) {
     int lStatus = 0;
     if (!WaitFor([&] { return waitpid(lPid_, &lStatus, WNOHANG) == lPid_; }, lSeconds)) {
@@ -131,4 +140,8 @@ struct termios PtySession::Settings() const {
     struct termios stSettings = {};
     tcgetattr(lSlave_, &stSettings);
     return stSettings;
+}
+
+void PtySession::SetSettings(const struct termios &stSettings) const {
+    tcsetattr(lSlave_, TCSANOW, &stSettings);
 }

@@ -30,9 +30,11 @@ public:
     // or all that came when it does not appear in time.
     std::string ReadUntil(const std::string &szText, int lSeconds = 30);
     void HangUp();
+    void Signal(int lSignal) const;
     // The exit status, 256 and more for a signal, -1 when the program does not end in time.
     int WaitExit(int lSeconds = 30);
     struct termios Settings() const;
+    void SetSettings(const struct termios &stSettings) const;
     pid_t Pid() const { return lPid_; }
 
 private:

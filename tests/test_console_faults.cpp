@@ -1,0 +1,148 @@
+// The console when signals, the terminal or the target go wrong.
+#include <csignal>
+#include <gtest/gtest.h>
+#include <thread>
+
+#include "tests/support/bus_peer.h"
+#include "tests/support/console.h"
+#include "tests/support/files.h"
+
+TEST_F(ConsoleOnMware, SignalThatEndsIt_RestoresTheTerminal) {
+    for (const int lSignal : {SIGHUP, SIGTERM}) {
+        PtySession stKs({KS_PATH});
+        const struct termios stBefore = stKs.Settings();
+        EnterDebugMode(&stKs);
+        stKs.Type("display sl");
+        stKs.ReadUntil("display sl");
+        EXPECT_FALSE(SameSettings(stKs.Settings(), stBefore));
+        stKs.Signal(lSignal);
+        EXPECT_EQ(stKs.WaitExit(), 256 + lSignal);
+        EXPECT_TRUE(SameSettings(stKs.Settings(), stBefore)) << lSignal;
+    }
+}
+
+TEST_F(ConsoleOnMware, StoppedAndContinued_TakesTheTerminalBack) {
+    EnterDebugMode(pstKs_);
+    const struct termios stRaw = pstKs_->Settings();
+    pstKs_->Signal(SIGSTOP);
+    pstKs_->SetSettings(stBefore_); // as a shell does that takes over
+    pstKs_->Signal(SIGCONT);
+    EXPECT_TRUE(WaitFor([&] { return SameSettings(pstKs_->Settings(), stRaw); }));
+    EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "degrees"), 1U);
+}
+
+// From the start on, while threads start and shells are run for them.
+TEST_F(ConsoleOnMware, SignalStorms_ChangeNothing) {
+    std::atomic<bool> bStop{false};
+    std::thread stStorm([&] {
+        while (!bStop) {
+            for (const int lSignal : {SIGCHLD, SIGWINCH, SIGCONT, SIGURG}) {
+                pstKs_->Signal(lSignal);
+                stMware_.Signal(lSignal);
+            }
+            usleep(100);
+        }
+    });
+    EnterDebugMode(pstKs_);
+    for (int i = 0; i < 20; i++) {
+        EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "degrees"), 1U);
+    }
+    bStop = true;
+    stStorm.join();
+    EXPECT_EQ(CountOf(ReadFile("/tmp/ThreadInfo[" + std::to_string(pstKs_->Pid()) + "].log"), "\n"), 2U);
+    EXPECT_EQ(CountOf(ReadFile("/var/log/ks00.log"), "[E("), 0U);
+}
+
+TEST_F(ConsoleOnMware, KeysFromASlowLine) {
+    EnterDebugMode(pstKs_);
+    Command(pstKs_, "display ptz");
+    const struct {
+        std::vector<std::string> aszPiece;
+        const char *pcShown;
+    } astCase[] = {
+        {{"\x1B", "[", "A"}, "\r[dbg]\r[dbg]display ptz"},
+        {{"\x1B", "O", "A"}, "display ptz"},
+        {{"\x1B", "[", "3", "~", "\x1B", "[", "A"}, "display ptz"},
+        {{"\x1B", "[", "1", "5", "~", "x"}, "x"},
+    };
+    for (const auto &stCase : astCase) {
+        for (const std::string &szPiece : stCase.aszPiece) {
+            pstKs_->Type(szPiece);
+            usleep(3000); // nine times what a byte takes at 9600 baud
+        }
+        EXPECT_EQ(CountOf(pstKs_->ReadUntil(stCase.pcShown), "[A"), 0U);
+        pstKs_->Type(std::string(20, '\b') + "\r");
+        pstKs_->ReadUntil("\r\n[dbg]");
+    }
+    pstKs_->Type("\x1B"); // alone: nothing, and what is typed later is text
+    usleep(200000);
+    pstKs_->Type("[A\r");
+    EXPECT_EQ(pstKs_->ReadUntil("[A"), "[A");
+    pstKs_->ReadUntil("\r\n[dbg]");
+}
+
+TEST_F(ConsoleOnMware, WhatIsNoKey_IsIgnored) {
+    EnterDebugMode(pstKs_);
+    std::string szNoise = "\xC3\xA4\xFF\x80\x01\x03\x1A";
+    for (const char *pcCut : {"\x1B[", "\x1BO", "\x1B[1", "\x1B[15", "\x1B[Z", "\x1B\x1B\x1B"}) {
+        pstKs_->Type(szNoise + pcCut);
+        usleep(150000); // what comes now is no part of the sequence any more
+    }
+    EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "degrees"), 1U);
+}
+
+TEST_F(ConsoleOnMware, PastedMegabyte_IsOneLineAfterAnother) {
+    EnterDebugMode(pstKs_);
+    std::thread stPaste([&] {
+        pstKs_->Type(std::string(1 << 20, 'x'));
+        pstKs_->Type("\rdisplay ptz\r");
+    });
+    EXPECT_EQ(CountOf(pstKs_->ReadUntil("degrees", 100), "Wrong command input!"), 1U);
+    stPaste.join();
+    pstKs_->ReadUntil("\r\n[dbg]");
+}
+
+// A terminal that nobody reads stops this console, and nobody else; nothing is lost when it is read again.
+TEST_F(ConsoleOnMware, ReaderThatDoesNotRead) {
+    EnterDebugMode(pstKs_);
+    static constexpr int lCommands = 200;
+    for (int i = 0; i < lCommands; i++) {
+        pstKs_->Type("display module\r");
+    }
+    PtySession stOther({KS_PATH});
+    EnterDebugMode(&stOther);
+    usleep(500000);
+    EXPECT_EQ(CountOf(Command(&stOther, "display ptz"), "degrees"), 1U);
+    for (int i = 0; i < lCommands; i++) {
+        ASSERT_EQ(CountOf(pstKs_->ReadUntil("\r\n[dbg]"), "MW_CTRL"), 1U) << i;
+    }
+}
+
+// The target is killed, comes back as itself, and then as somebody else.
+TEST_F(ConsoleOnMware, KilledTarget_CostsOneCommandAndMayBeReplaced) {
+    EnterDebugMode(pstKs_);
+    stMware_.Signal(SIGKILL);
+    EXPECT_EQ(Command(pstKs_, "display ptz"), "\r"); // nothing came
+    {
+        Child stAgain({KS_MWARE_PATH});
+        ASSERT_TRUE(stAgain.WaitForOutput("ready"));
+        EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "degrees"), 1U);
+    }
+    ScriptedTarget stOther(PORT_MWARE, AnswerAll("no such command here"));
+    EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "no such command here"), 1U);
+    pstKs_->Type("display ptz\r");
+    pstKs_->HangUp(); // in the middle of a request
+    EXPECT_EQ(pstKs_->WaitExit(), 256 + SIGHUP);
+}
+
+// What stands in an answer is shown, never run or taken as a format; what is typed is sent as it is.
+TEST(ConsoleText, IsOnlyText) {
+    static const std::string szTrick = "%s%n$(touch${IFS}/tmp/pwned)`id`;'\"\\";
+    ScriptedTarget stTarget(PORT_MWARE, AnswerAll("\nh\nd\ntitle\n1 0 0\nshow\n%s%n\n\n"));
+    PtySession stKs({KS_PATH});
+    EnterDebugMode(&stKs);
+    stTarget.SetScript(AnswerAll("answer " + szTrick));
+    EXPECT_EQ(CountOf(Command(&stKs, "debug " + szTrick), "answer " + szTrick), 0U);
+    EXPECT_EQ(CountOf(Command(&stKs, "display loglevel"), "answer " + szTrick), 1U);
+    EXPECT_FALSE(FileExists("/tmp/pwned"));
+}
