@@ -136,11 +136,14 @@ TEST_F(SyncRemote, TimedOutWait_IsLoggedAndItsLateAnswerGivenBack) {
     EXPECT_TRUE(WaitFor([&] { return BP_QueueLength(&pstMain->stAckQueue) == 0 && AllSlabsFull(); }));
 }
 
-// A thousand requests from several threads at once, a hundred of them unanswered, late or answered twice.
+// A thousand requests from several threads at once, some of them unanswered, late, answered twice, to a wrong
+// identifier, or from another address.
 TEST_F(SyncRemote, ThousandRequests_LeaveEveryClassFull) {
     std::atomic<uint32_t> ulSeen{0};
     std::vector<std::string> aszHeldBack;
-    ScriptedTarget stTarget(PORT_MWARE, [&](const WireMsg &stReq) {
+    BusSocket stElsewhere;
+    ScriptedTarget stTarget(PORT_MWARE, AnswerAll(""));
+    stTarget.SetScript([&](const WireMsg &stReq) {
         const std::string szAck = Bytes(MakeAck(stReq, stReq.szPayload));
         std::vector<std::string> aszReply = {szAck};
         switch (ulSeen++ % 30) {
@@ -151,6 +154,15 @@ TEST_F(SyncRemote, ThousandRequests_LeaveEveryClassFull) {
             break;
         case 2:
             aszHeldBack.push_back(szAck);
+            return std::vector<std::string>{};
+        case 3: {
+            WireMsg stForeign = MakeAck(stReq, "for somebody else");
+            stForeign.stHdr.AssiMsgId += 5000;
+            aszReply.insert(aszReply.begin(), Bytes(stForeign));
+            break;
+        }
+        case 4:
+            stTarget.SendLate(szAck, &stElsewhere);
             return std::vector<std::string>{};
         default:
             if (ulSeen > 900) { // by then their waits are long over

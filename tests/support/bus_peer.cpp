@@ -131,9 +131,9 @@ std::vector<WireMsg> ScriptedTarget::Requests() {
     return astRequest_;
 }
 
-void ScriptedTarget::SendLate(const std::string &szBytes) {
+void ScriptedTarget::SendLate(const std::string &szBytes, BusSocket *pstElsewhere) {
     const std::lock_guard<std::mutex> stGuard(stLock_);
-    stSocket_.SendTo(stFrom_, szBytes);
+    (pstElsewhere != nullptr ? *pstElsewhere : stSocket_).SendTo(stFrom_, szBytes);
 }
 
 ScriptedTarget::Script AnswerAll(const std::string &szText) {

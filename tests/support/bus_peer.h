@@ -52,8 +52,8 @@ public:
     void SetScript(Script pfnScript);
     // Requests received so far.
     std::vector<WireMsg> Requests();
-    // Sends to whoever made the last request.
-    void SendLate(const std::string &szBytes);
+    // Sends to whoever made the last request, from this address or another.
+    void SendLate(const std::string &szBytes, BusSocket *pstElsewhere = nullptr);
 
 private:
     void Run();

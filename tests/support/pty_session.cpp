@@ -6,8 +6,10 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <utmp.h>
 
 #include "tests/support/files.h"
@@ -24,14 +26,13 @@
 
 Child::Child(const std::vector<std::string> &aszArg) {
     int alPipe[2];
-    if (pipe(alPipe) != 0) {
+    if (pipe2(alPipe, O_CLOEXEC) != 0) {
         abort();
     }
     lPid_ = fork();
     if (lPid_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(alPipe[1], STDOUT_FILENO);
-        close(alPipe[0]);
-        close(alPipe[1]);
         Exec(aszArg);
     }
     close(alPipe[1]);
@@ -96,6 +97,12 @@ void PtySession::Type(const std::string &szKeys) const {
     }
 }
 
+bool PtySession::HasEnded() const {
+    siginfo_t stInfo = {};
+    return lPid_ > 0 && waitid(P_PID, static_cast<id_t>(lPid_), &stInfo, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           stInfo.si_pid != 0;
+}
+
 std::string PtySession::ReadUntil(const std::string &szText, int lSeconds) {
     WaitFor(
         [&] {
@@ -105,7 +112,7 @@ std::string PtySession::ReadUntil(const std::string &szText, int lSeconds) {
                 const ssize_t lRead = read(lMaster_, acBuf, sizeof(acBuf));
                 szPending_.append(acBuf, lRead > 0 ? static_cast<size_t>(lRead) : 0);
             }
-            return szPending_.find(szText) != std::string::npos;
+            return szPending_.find(szText) != std::string::npos || (HasEnded() && poll(&stPoll, 1, 0) <= 0);
         },
         lSeconds);
     const size_t ulPos = szPending_.find(szText);
@@ -113,6 +120,19 @@ std::string PtySession::ReadUntil(const std::string &szText, int lSeconds) {
     const std::string szRead = szPending_.substr(0, ulEnd);
     szPending_.erase(0, ulEnd);
     return szRead;
+}
+
+std::string PtySession::ReadPresent() {
+    struct pollfd stPoll = {lMaster_, POLLIN, 0};
+    char acBuf[4096];
+    while (poll(&stPoll, 1, 0) > 0) {
+        const ssize_t lRead = read(lMaster_, acBuf, sizeof(acBuf));
+        if (lRead <= 0) {
+            break;
+        }
+        szPending_.append(acBuf, static_cast<size_t>(lRead));
+    }
+    return std::exchange(szPending_, "");
 }
 
 void PtySession::HangUp() {

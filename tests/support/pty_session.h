@@ -7,7 +7,7 @@
 #include <termios.h>
 #include <vector>
 
-// A child process without a terminal; ended by its ID when the record goes.
+// A child process without a terminal; ended by its ID when the record goes, or with the process that made it.
 class Child {
 public:
     explicit Child(const std::vector<std::string> &aszArg);
@@ -15,6 +15,7 @@ public:
     void Signal(int lSignal) const;
     // Reads its standard output until szText has appeared.
     bool WaitForOutput(const std::string &szText);
+    pid_t Pid() const { return lPid_; }
 
 private:
     pid_t lPid_;
@@ -27,8 +28,10 @@ public:
     ~PtySession();
     void Type(const std::string &szKeys) const;
     // Reads on until szText has appeared behind what the last call returned; returns everything up to its end,
-    // or all that came when it does not appear in time.
+    // or all that came when it does not appear in time, or the program ends.
     std::string ReadUntil(const std::string &szText, int lSeconds = 30);
+    // What has come already, without waiting.
+    std::string ReadPresent();
     void HangUp();
     void Signal(int lSignal) const;
     // The exit status, 256 and more for a signal, -1 when the program does not end in time.
@@ -38,6 +41,7 @@ public:
     pid_t Pid() const { return lPid_; }
 
 private:
+    bool HasEnded() const;
     pid_t lPid_;
     int lMaster_;
     int lSlave_; // kept open so that the settings can be looked at after the program's end
