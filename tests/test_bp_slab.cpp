@@ -219,7 +219,7 @@ TEST_F(Slab, ManyThreads_CountsAlwaysAddUp) {
     Start(257);
     std::atomic<bool> bDone{false};
     std::vector<std::thread> astThread;
-    for (uint32_t i = 0; i < 4; i++) {
+    for (uint32_t i = 0; i < 8; i++) {
         astThread.emplace_back([i] {
             for (uint32_t j = 0; j < 5000; j++) {
                 BP_SlabBuf *pstBuf = BP_SlabGetBuf((i * 7919 + j * 104729) % 16384, BP_SLAB_TYPE_MSG);

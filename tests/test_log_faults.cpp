@@ -69,6 +69,19 @@ TEST_F(LogFaults, ReadOnly_SaysSoAndResumes) {
     UnmountSmall("/var/log");
 }
 
+TEST_F(LogFaults, DirectoryRemoved_IsMadeAgain) {
+    if (!MountSmall("/var", 65536)) { // there /var/log is a directory like any other, and missing
+        GTEST_SKIP() << "needs a mount namespace of its own";
+    }
+    for (int i = 0; i < 3; i++) {
+        Log("kept");
+        EXPECT_EQ(WholeLines(g_szLog), 1U);
+        unlink(g_szLog);
+        EXPECT_EQ(rmdir("/var/log"), 0);
+    }
+    UnmountSmall("/var");
+}
+
 // Sixteen threads write, through rotations, while the file under them is removed, moved, replaced and blocked.
 TEST_F(LogFaults, FileChangesUnderManyThreads_EveryLineIsWholeOrAccountedFor) {
     static constexpr int lThreads = 16;
