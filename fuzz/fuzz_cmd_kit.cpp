@@ -1,0 +1,75 @@
+// Requests to a process's command module: a character for the code ('0' is 31051), then the text up to a NUL.
+#include <cstring>
+
+#include "bp/bp.h"
+#include "bp/bp_module/receive.h"
+#include "bp/bp_sendmsg/socket_send.h"
+#include "fuzz/fuzz_support.h"
+
+static FuzzBus g_stBus;
+
+static uint32_t OnCmd(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnswer, uint32_t) {
+    FuzzExpect(pstArgs->ulNum <= BP_CMD_WORD_MAX, "arguments fit");
+    for (uint32_t i = 0; i < pstArgs->ulNum; i++) {
+        FuzzExpect(strnlen(pstArgs->astArg[i].szText, BP_CMD_STRING_MAX + 1) <= BP_CMD_STRING_MAX,
+                   "an argument has its end");
+        BP_AnswerPrint(pstAnswer, "%s %u\n", pstArgs->astArg[i].szText, pstArgs->astArg[i].ulValue);
+    }
+    return pstArgs->ulNum == 3 ? BP_ERR_FAIL : BP_OK;
+}
+
+static const BP_CmdDef g_astCmd[] = {
+    {{{BP_CMD_TITLE, "fuzz", "title"},
+      {BP_CMD_INTEGER, "n", "integer"},
+      {BP_CMD_STRING | BP_CMD_OPTIONAL, "s", "string"},
+      {BP_CMD_STRING, "t", "string"}},
+     OnCmd,
+     0},
+    {{{BP_CMD_TITLE, "fuzz", "title"}, {BP_CMD_TITLE, "all", "title"}}, OnCmd, 0},
+};
+
+void FuzzStart() {
+    g_stBus = FuzzStartBus();
+    FuzzExpect(BP_StartCmd() == BP_OK, "the kit starts");
+    for (const BP_CmdDef &stCmd : g_astCmd) {
+        FuzzExpect(BP_RegistCmd(&stCmd) == BP_OK, "a command is registered");
+    }
+}
+
+// The answer, when one is due: the kit answers every request that it knows, once.
+static void Ask(uint32_t ulMsgCode, const std::string &szText) {
+    g_stBus.Send(FuzzMsg(BP_GetProcInfo()->ulCmdModuleID, ulMsgCode, szText));
+    FuzzExpect(BP_GetAndDispatchMsg() == BP_OK, "the request is read");
+    const bool bKnown = (ulMsgCode >= BP_CMD_GET_LEVEL && ulMsgCode <= BP_CMD_RUN && ulMsgCode != 31057) ||
+                        ulMsgCode == BP_CMD_GET_TREE || ulMsgCode == BP_CMD_GET_MODULES;
+    std::string szAnswer;
+    if (bKnown) {
+        FuzzWait(
+            [&] {
+                BP_MsgSocketSendProc();
+                szAnswer = g_stBus.Receive();
+                return !szAnswer.empty();
+            },
+            "the request is answered");
+        BP_MsgHdr stHdr;
+        FuzzExpect(szAnswer.size() >= sizeof(stHdr), "the answer has a header");
+        memcpy(&stHdr, szAnswer.data(), sizeof(stHdr));
+        FuzzExpect(stHdr.usMsgLen == szAnswer.size() && stHdr.ulMsgType == BP_MSG_TYPE_ACK &&
+                       stHdr.ulMsgCode == ulMsgCode,
+                   "the header is an answer's");
+    }
+    FuzzCheckSlabsFull();
+    BP_MsgSocketSendProc();
+    FuzzExpect(g_stBus.Receive().empty(), "nothing else is sent");
+    BP_SetLogLevel(BP_LOG_LEVEL_FATAL);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
+    for (const std::string &szRequest :
+         FuzzSplit({reinterpret_cast<const char *>(pucData), ulSize}, '\0', 16)) {
+        if (!szRequest.empty() && szRequest.size() < 8000) {
+            Ask(BP_CMD_GET_TREE + static_cast<uint8_t>(szRequest[0] - '0') % 16, szRequest.substr(1));
+        }
+    }
+    return 0;
+}

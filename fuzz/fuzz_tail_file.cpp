@@ -1,0 +1,53 @@
+// A file whose tail is copied: its first byte says how many lines, the rest is its content.
+#include <cstdio>
+#include <cstring>
+
+#include "bp/bp_module/dumps.h"
+#include "bp/bp_types.h"
+#include "bp/bp_util/tail_file.h"
+#include "fuzz/fuzz_support.h"
+
+static const char g_szSource[] = "/tmp/source";
+static const char g_szCopy[] = "/tmp/copy";
+static constexpr size_t FUZZ_BLOCK = 24575;
+
+void FuzzStart() {}
+
+static std::string ReadAll(const char *pcPath) {
+    std::string szText(1 << 17, '\0');
+    FILE *pstFile = fopen(pcPath, "r");
+    FuzzExpect(pstFile != nullptr, "the file is there");
+    szText.resize(fread(szText.data(), 1, szText.size(), pstFile));
+    fclose(pstFile);
+    return szText;
+}
+
+// What stands behind the line feed that makes one more than ulLines, counted from the end.
+static std::string TailOf(const std::string &szText, size_t ulLines) {
+    size_t ulFound = 0;
+    for (size_t i = szText.size(); i > 0; i--) {
+        if (szText[i - 1] == '\n' && ++ulFound > ulLines) {
+            return szText.substr(i);
+        }
+    }
+    return szText;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
+    if (ulSize == 0) {
+        return 0;
+    }
+    const std::string szText(reinterpret_cast<const char *>(pucData + 1), ulSize - 1);
+    FuzzExpect(BP_WriteDumpFile(g_szSource, szText.data(), static_cast<uint32_t>(szText.size())) ==
+                   (szText.empty() ? BP_ERR_FAIL : BP_OK), // there is no item of no bytes
+               "a dump is written");
+    FuzzExpect(ReadAll(g_szSource) == szText, "a dump is written as it is");
+    FuzzExpect(BP_TailFile(g_szSource, g_szCopy, "w", pucData[0]) == BP_OK, "a tail is copied");
+    const std::string szBlock =
+        ("=====" + std::string(g_szSource) + "=====\n" + TailOf(szText, pucData[0])).substr(0, FUZZ_BLOCK);
+    const std::string szWanted = szBlock.substr(0, szBlock.find('\0')); // a text ends there
+    FuzzExpect(ReadAll(g_szCopy) == szWanted, "the tail is the last lines");
+    FuzzExpect(BP_TailFile(g_szSource, g_szCopy, "a", pucData[0]) == BP_OK, "a tail is appended");
+    FuzzExpect(ReadAll(g_szCopy) == szWanted + szWanted, "nothing else is changed");
+    return 0;
+}
