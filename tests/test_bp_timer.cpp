@@ -38,6 +38,14 @@ static uint32_t OnExt(uint32_t ulTimerID, uint32_t ulParam1, int32_t lParam2) {
     return 0;
 }
 
+static BP_Sem g_semBlock(0);
+static BP_Sem g_semEntered(0);
+static uint32_t OnBlock(uint32_t ulTimerID, uint32_t ulParam) {
+    g_semEntered.Post();
+    g_semBlock.Wait();
+    return OnCom(ulTimerID, ulParam);
+}
+
 class Timer : public testing::Test {
 protected:
     void SetUp() override {
@@ -47,17 +55,25 @@ protected:
     }
     void TearDown() override {
         EXPECT_TRUE(AllSlabsRefill());
-        EXPECT_EQ(Free() + Working(), BP_MAX_TIMER_NUM);
+        EXPECT_EQ(Both(), BP_MAX_TIMER_NUM);
     }
     // The process has a main thread from here on; before, the tests scan by hand.
     static void StartMainThread() { ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK); }
-    static uint32_t Count(const BP_List<BP_Timer> &stList) {
-        const BP_SemGuard stGuard(BP_GetProcInfo()->stTimerCtrl.semLock);
+    static uint32_t Num(const BP_List<BP_Timer> &stList) {
         uint32_t ulNum = 0;
         for (const BP_Timer *pst = stList.First(); pst != nullptr; pst = stList.Next(pst)) {
             ulNum++;
         }
         return ulNum;
+    }
+    static uint32_t Count(const BP_List<BP_Timer> &stList) {
+        const BP_SemGuard stGuard(BP_GetProcInfo()->stTimerCtrl.semLock);
+        return Num(stList);
+    }
+    // On both lists together, at one moment.
+    static uint32_t Both() {
+        const BP_SemGuard stGuard(BP_GetProcInfo()->stTimerCtrl.semLock);
+        return Num(BP_GetProcInfo()->stTimerCtrl.stFreeList) + Num(BP_GetProcInfo()->stTimerCtrl.stUsedList);
     }
     static uint32_t Free() { return Count(BP_GetProcInfo()->stTimerCtrl.stFreeList); }
     static uint32_t Working() { return Count(BP_GetProcInfo()->stTimerCtrl.stUsedList); }
@@ -193,19 +209,34 @@ TEST_F(Timer, DayTimerThatReachesItsEnd_RunsItsLastNotice) {
     EXPECT_TRUE(WaitFor([] { return FiredNum() == 1 && Working() == 0; }));
 }
 
+// A module that was busy finds several notices, the last of which is the timer's last.
+TEST_F(Timer, DayTimerThatReachesItsEndWhileItsModuleIsBusy_RunsAllNotices) {
+    setenv("TZ", "UTC0", 1);
+    SetClock(Utc("2026-03-05T07:00:00"));
+    uint32_t ulBlockID = 0;
+    ASSERT_EQ(BP_StartOnceTimer(MW_CTRL, 10, OnBlock, 1, &ulBlockID), BP_OK);
+    BP_TimerParam stParam = Valid();
+    stParam.ulType = BP_TIMER_DAY;
+    stParam.usHour = 8;
+    stParam.lStopTime = static_cast<int32_t>(Utc("2026-03-07T09:00:00"));
+    ASSERT_EQ(BP_RegistTimer(&stParam, &g_ulTimerID), BP_OK);
+    SetClock(Utc("2026-03-05T07:00:01"));
+    BP_CheckTimerExpire();
+    g_semEntered.Wait();
+    SetClock(Utc("2026-03-07T08:30:00"));
+    for (int i = 0; i < 5; i++) {
+        BP_CheckTimerExpire();
+    }
+    StartMainThread(); // whoever unregisters needs a module
+    g_semBlock.Post();
+    EXPECT_TRUE(WaitFor([] { return FiredNum() == 4 && Working() == 0; })) << FiredNum();
+}
+
 TEST_F(Timer, MainModulesTimer_RunsInTheMainThread) {
     StartMainThread();
     ASSERT_EQ(BP_StartOnceTimer(BP_MODULE_ID_MAIN, 1, OnCom, 1, &g_ulTimerID), BP_OK);
     ASSERT_TRUE(WaitFor([] { return FiredNum() == 1; }));
     EXPECT_EQ(g_aszFired[0], std::to_string(g_ulTimerID) + " com 1 MW_MWARE");
-}
-
-static BP_Sem g_semBlock(0);
-static BP_Sem g_semEntered(0);
-static uint32_t OnBlock(uint32_t ulTimerID, uint32_t ulParam) {
-    g_semEntered.Post();
-    g_semBlock.Wait();
-    return OnCom(ulTimerID, ulParam);
 }
 
 // Unregistering takes back what is queued; a record that another timer has by the time a callback returns stays
@@ -296,11 +327,15 @@ TEST_F(Timer, ManyTimersForAWhile_FireAsOftenAsTheTimeAllows) {
         astRun[i] = {0, lInterval, BP_NowMs()};
         ASSERT_EQ(BP_StartCycleTimer(aulModule[i % 8], lInterval, OnCount, i, &astRun[i].ulID), BP_OK);
     };
-    const auto pfnEnd = [](uint32_t i) {
+    // How much it has fired too often or, below 0, too seldom. A busy machine makes a timer late, and it
+    // catches up; an expiry that is lost stays so.
+    const auto pfnAhead = [](uint32_t i) {
+        return static_cast<int64_t>(g_aulFired[i]) - (BP_NowMs() - astRun[i].lStartMs) / astRun[i].lInterval;
+    };
+    const auto pfnEnd = [&](uint32_t i) {
+        EXPECT_LE(pfnAhead(i), 2) << "every " << astRun[i].lInterval << " ms";
+        EXPECT_TRUE(WaitFor([&] { return pfnAhead(i) >= -2; })) << "every " << astRun[i].lInterval << " ms";
         EXPECT_EQ(BP_UnregistTimer(astRun[i].ulID), BP_OK);
-        const int64_t lAllowed = (BP_NowMs() - astRun[i].lStartMs) / astRun[i].lInterval;
-        EXPECT_LE(std::abs(lAllowed - static_cast<int64_t>(g_aulFired[i])), 2)
-            << "every " << astRun[i].lInterval << " ms";
     };
     for (uint32_t i = 0; i < BP_MAX_TIMER_NUM; i++) {
         pfnStart(i, static_cast<int32_t>(40 + i * 360 / (BP_MAX_TIMER_NUM - 1)));
@@ -316,7 +351,7 @@ TEST_F(Timer, ManyTimersForAWhile_FireAsOftenAsTheTimeAllows) {
                 pfnEnd(ulOne);
                 EXPECT_EQ(BP_UnregistTimer(astRun[ulOne].ulID), BP_ERR_NO_TIMER);
                 pfnStart(ulOne, static_cast<int32_t>(40 + stRandom() % 361));
-                EXPECT_EQ(Free() + Working(), BP_MAX_TIMER_NUM);
+                EXPECT_EQ(Both(), BP_MAX_TIMER_NUM);
                 usleep(stRandom() % 60000);
             }
         });

@@ -119,6 +119,14 @@ TEST(TimerCalc, BeyondTheLastSecond_IsOver) {
         BP_CalcTimerParam(&stTimer, 1);
         EXPECT_TRUE(BP_IsTimePairZero(stTimer.stTimeout)) << pcType;
     }
+    SetClock(INT32_MAX - 1);
+    for (const char *pcType : {"once", "cycle"}) {
+        BP_Timer stTimer;
+        Fill(&stTimer, {"", "", pcType, 0, 0, 0, 0, "-", "-", {}});
+        BP_Write(stTimer.lInterval, 1000);
+        BP_CalcTimerParam(&stTimer, 1);
+        EXPECT_TRUE(BP_IsTimePairZero(stTimer.stTimeout)) << pcType;
+    }
 }
 
 TEST(TimerCalc, IntervalTypes) {

@@ -1,9 +1,9 @@
 // The evidence that a shortage of buffers leaves: what is in every used buffer, which timers work, and the last
 // lines of the middleware's logs. docs/log-files.md shows where.
 //
-// A dump takes no lock of the runtime, because whoever ran short may hold any of them, the timer pool's above
-// all; it is a snapshot, which other threads may change while it is taken. Each allocates its text for the time
-// of the call. Failures end only the step concerned and have an ERROR line.
+// A dump takes no lock of the runtime but those of the log, because whoever ran short may hold any of them, the
+// timer pool's above all; it is a snapshot, which other threads may change while it is taken. Each allocates
+// its text for the time of the call. Failures end only the step concerned and have an ERROR line.
 #ifndef BP_BP_MODULE_DUMPS_H
 #define BP_BP_MODULE_DUMPS_H
 

@@ -79,13 +79,23 @@ BP_SlabBuf *BP_ModuleGetMsg(BP_ListCtrl *pstMstCtrl, uint32_t enGetbyType, uint3
     return nullptr;
 }
 
-BP_SlabBuf *BP_TakeMsgIf(BP_ListCtrl *pstMstCtrl, BP_PfnMsgTest pfnTest, uint32_t ulWanted) {
-    const BP_SemGuard stGuard(pstMstCtrl->semLock);
+// Needs the queue's lock.
+static BP_SlabBuf *BP_FindMsgIf(BP_ListCtrl *pstMstCtrl, BP_PfnMsgTest pfnTest, uint32_t ulWanted) {
     BP_SlabBuf *pstBuf = pstMstCtrl->stUsedList.First();
     while (pstBuf != nullptr && (pstBuf->pucData == nullptr || !pfnTest(pstBuf, ulWanted))) {
         pstBuf = pstMstCtrl->stUsedList.Next(pstBuf);
     }
-    return BP_Unqueue(pstBuf);
+    return pstBuf;
+}
+
+BP_SlabBuf *BP_TakeMsgIf(BP_ListCtrl *pstMstCtrl, BP_PfnMsgTest pfnTest, uint32_t ulWanted) {
+    const BP_SemGuard stGuard(pstMstCtrl->semLock);
+    return BP_Unqueue(BP_FindMsgIf(pstMstCtrl, pfnTest, ulWanted));
+}
+
+bool BP_HasMsgIf(BP_ListCtrl *pstMstCtrl, BP_PfnMsgTest pfnTest, uint32_t ulWanted) {
+    const BP_SemGuard stGuard(pstMstCtrl->semLock);
+    return BP_FindMsgIf(pstMstCtrl, pfnTest, ulWanted) != nullptr;
 }
 
 uint32_t BP_QueueLength(BP_ListCtrl *pstMstCtrl) {

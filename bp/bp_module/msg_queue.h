@@ -25,6 +25,9 @@ BP_SlabBuf *BP_ModuleGetMsg(BP_ListCtrl *pstMstCtrl, uint32_t enGetbyType, uint3
 using BP_PfnMsgTest = bool (*)(const BP_SlabBuf *pstBuf, uint32_t ulWanted);
 BP_SlabBuf *BP_TakeMsgIf(BP_ListCtrl *pstMstCtrl, BP_PfnMsgTest pfnTest, uint32_t ulWanted);
 
+// Whether there is such a buffer now. Any thread.
+bool BP_HasMsgIf(BP_ListCtrl *pstMstCtrl, BP_PfnMsgTest pfnTest, uint32_t ulWanted);
+
 // Buffers in the queue now. Any thread.
 uint32_t BP_QueueLength(BP_ListCtrl *pstMstCtrl);
 

@@ -46,6 +46,15 @@ static struct timeval BP_StartInterval(BP_Timer *pstTimer) {
     return stNow;
 }
 
+// An expiry that cannot be told from any later one: such a timer is over.
+static bool BP_EndIfTooLate(BP_Timer *pstTimer) {
+    const bool bTooLate = BP_Read(pstTimer->stCurExpire.lSec) == BP_LAST_SEC;
+    if (bTooLate) {
+        BP_SetTimePair(&pstTimer->stTimeout, 0, 0);
+    }
+    return bTooLate;
+}
+
 static void BP_CalcOnce(BP_Timer *pstTimer, uint32_t ulFirst) {
     if (ulFirst != 1) {
         BP_SetTimePair(&pstTimer->stTimeout, 0, 0);
@@ -53,6 +62,9 @@ static void BP_CalcOnce(BP_Timer *pstTimer, uint32_t ulFirst) {
     }
     BP_StartInterval(pstTimer);
     BP_SetTimePair(&pstTimer->stNextExpire, 0, 0);
+    if (BP_EndIfTooLate(pstTimer)) {
+        return;
+    }
     BP_LOG_DEBUG("[%s]once timer %u timeout interal:%ld-%ld", g_szCalcFunc, BP_Read(pstTimer->ulTimerID),
                  static_cast<long>(BP_Read(pstTimer->stTimeout.lSec)),
                  static_cast<long>(BP_Read(pstTimer->stTimeout.lUsec)));
@@ -69,6 +81,9 @@ static void BP_CalcCycle(BP_Timer *pstTimer, uint32_t ulFirst) {
     } else {
         BP_SetTimePair(&pstTimer->stCurExpire, BP_Read(pstTimer->stNextExpire.lSec),
                        BP_Read(pstTimer->stNextExpire.lUsec));
+    }
+    if (BP_EndIfTooLate(pstTimer)) {
+        return;
     }
     BP_SetSum(&pstTimer->stNextExpire, BP_Read(pstTimer->stCurExpire.lSec),
               BP_Read(pstTimer->stCurExpire.lUsec), pstTimer->stTimeout);
@@ -190,8 +205,11 @@ static void BP_CalcCalendar(BP_Timer *pstTimer, uint32_t ulFirst) {
         BP_Write(pstTimer->stCurExpire.lSec, BP_Read(pstTimer->stNextExpire.lSec));
     }
     const time_t lCurrent = BP_Read(pstTimer->stCurExpire.lSec);
-    if ((lStop != 0 && lCurrent >= lStop) || lCurrent == BP_LAST_SEC) {
+    if (lStop != 0 && lCurrent >= lStop) {
         BP_SetTimePair(&pstTimer->stTimeout, 0, 0);
+        return;
+    }
+    if (BP_EndIfTooLate(pstTimer)) {
         return;
     }
     if (lCurrent > lNow) {

@@ -4,7 +4,9 @@
 // periodic timer catches up one firing an idle pass; when it is set back, timers wait that much longer.
 //
 // A time of day is the zone's standard time, all year: while daylight saving is on, the clock on the wall shows
-// an hour more when the timer fires. Expiries end with what 32 bits of seconds hold, in January 2038.
+// an hour more when the timer fires. Expiries end with what 32 bits of seconds hold, in January 2038: a timer
+// that would fire later is refused, and one that reaches it, be it because the clock was set beyond it for a
+// while, is over.
 #ifndef BP_BP_TIMER_TIMER_CALC_H
 #define BP_BP_TIMER_TIMER_CALC_H
 

@@ -52,9 +52,21 @@ uint32_t BP_NewTimerID() {
     return g_ulLastTimerID;
 }
 
+// The places have been used up: numbers them anew.
+static void BP_RenumberTimers() {
+    g_ulLastWorkSeq = 0;
+    BP_Timer *pstTimer = BP_TimerCtrl().stUsedList.First();
+    while (pstTimer != nullptr) {
+        BP_Write(pstTimer->ulWorkSeq, ++g_ulLastWorkSeq);
+        pstTimer = BP_TimerCtrl().stUsedList.Next(pstTimer);
+    }
+}
+
 void BP_LinkTimer(BP_Timer *pstTimer) {
-    g_ulLastWorkSeq += g_ulLastWorkSeq == UINT32_MAX ? 2 : 1; // never 0
-    BP_Write(pstTimer->ulWorkSeq, g_ulLastWorkSeq);
+    if (g_ulLastWorkSeq == UINT32_MAX) {
+        BP_RenumberTimers();
+    }
+    BP_Write(pstTimer->ulWorkSeq, ++g_ulLastWorkSeq);
     BP_TimerCtrl().stUsedList.PushBack(pstTimer);
 }
 

@@ -1,13 +1,11 @@
 #include "bp/bp_timer/timer_regist.h"
 
-#include <cstring>
 #include <initializer_list>
 
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/module_pool.h"
-#include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/proc_info.h"
-#include "bp/bp_module/slab.h"
+#include "bp/bp_timer/notice.h"
 #include "bp/bp_timer/timer_calc.h"
 #include "bp/bp_timer/timer_pool.h"
 
@@ -91,7 +89,8 @@ uint32_t BP_RegistTimer(const BP_TimerParam *pstParam, uint32_t *pulTimerID) {
     const uint32_t ulRet = BP_AddTimer(*pstParam, pulTimerID);
     if (ulRet != BP_OK) {
         BP_LOG_ERROR(ulRet, "[%s]%s timer of module id %u: %s.", __func__, BP_TimerTypeName(pstParam->ulType),
-                     pstParam->ulModuleID, ulRet == BP_ERR_TIMER_FULL ? "all timers are in use" : "would never fire");
+                     pstParam->ulModuleID,
+                     ulRet == BP_ERR_TIMER_FULL ? "all timers are in use" : "would never fire");
     }
     return ulRet;
 }
@@ -118,26 +117,6 @@ uint32_t BP_StartOnceTimer(uint32_t ulModuleID, int32_t lInterval, BP_PfnTimerCo
     return BP_StartInterval(BP_TIMER_ONCE, ulModuleID, lInterval, pfnComCb, ulComParam, pulTimerID);
 }
 
-// Takes the timer's first notice out of the queue; null when there is none.
-static BP_SlabBuf *BP_TakeNotice(BP_ListCtrl *pstQueue, uint32_t ulTimerID) {
-    return BP_TakeMsgIf(
-        pstQueue,
-        [](const BP_SlabBuf *pstBuf, uint32_t ulWanted) {
-            uint32_t ulFound = 0;
-            memcpy(&ulFound, pstBuf->pucData, sizeof(ulFound));
-            return ulFound == ulWanted;
-        },
-        ulTimerID);
-}
-
-static void BP_DropNotices(BP_ModuleInfo *pstOwner, uint32_t ulTimerID) {
-    BP_SlabBuf *pstBuf = BP_TakeNotice(&pstOwner->stTimerQueue, ulTimerID);
-    while (pstBuf != nullptr) {
-        BP_SlabFreeBuf(pstBuf);
-        pstBuf = BP_TakeNotice(&pstOwner->stTimerQueue, ulTimerID);
-    }
-}
-
 uint32_t BP_UnregistTimerProc(uint32_t ulTimerID) {
     const BP_ModuleInfo *pstCaller = BP_GetCurModule();
     if (pstCaller == nullptr) {
@@ -153,7 +132,7 @@ uint32_t BP_UnregistTimerProc(uint32_t ulTimerID) {
     const uint32_t ulOwnerID = BP_Read(pstTimer->ulModuleID);
     BP_ModuleInfo *pstOwner = BP_GetModuleByID(ulOwnerID);
     if (pstOwner != nullptr) {
-        BP_DropNotices(pstOwner, ulTimerID);
+        BP_DropNotices(&pstOwner->stTimerQueue, ulTimerID);
         BP_Write(pstTimer->ulTimerID, 0U);
     }
     BP_ReleaseTimer(pstTimer);

@@ -48,9 +48,10 @@ uint32_t BP_StartOnceTimer(uint32_t ulModuleID, int32_t lInterval, BP_PfnTimerCo
                            uint32_t *pulTimerID);
 
 // Ends a timer: the notices that its module has not taken yet are given back, and its callback is not called
-// for them. A callback that is running at the time is not waited for. BP_OK; BP_ERR_FAIL when the calling
-// thread belongs to no module and the process has no main module; BP_ERR_NO_TIMER; BP_ERR_TIMER_OWNER, the
-// timer being ended all the same.
+// for them. When called from another thread than the module's, one callback may be running or about to be
+// called, and is not waited for: what its parameter stands for must outlive it. BP_OK; BP_ERR_FAIL when the
+// calling thread belongs to no module and the process has no main module; BP_ERR_NO_TIMER; BP_ERR_TIMER_OWNER,
+// the timer being ended all the same.
 uint32_t BP_UnregistTimer(uint32_t ulTimerID);
 
 // The work of BP_UnregistTimer, without its line.

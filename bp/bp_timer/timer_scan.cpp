@@ -1,6 +1,5 @@
 #include "bp/bp_timer/timer_scan.h"
 
-#include <cstring>
 #include <sys/time.h>
 
 #include "bp/bp_log/log.h"
@@ -8,11 +7,10 @@
 #include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/proc_info.h"
 #include "bp/bp_module/slab.h"
+#include "bp/bp_timer/notice.h"
 #include "bp/bp_timer/timer_calc.h"
 #include "bp/bp_timer/timer_pool.h"
 #include "bp/bp_timer/timer_regist.h"
-
-static constexpr uint32_t BP_NOTICE_LEN = sizeof(uint32_t); // the timer's ID
 
 static bool BP_IsActive(const BP_Timer *pstTimer) {
     return BP_Read(pstTimer->stTimeout.lSec) >= 1 || BP_Read(pstTimer->stTimeout.lUsec) >= 1;
@@ -49,23 +47,6 @@ static uint32_t BP_AdvanceTimer(BP_Timer *pstTimer) {
     BP_Write(pstTimer->stCurExpire.lSec, 0);
     BP_Write(pstTimer->stNextExpire.lSec, 0);
     return BP_OK;
-}
-
-// A buffer with the timer's ID; null, with its line, when none is to be had.
-static BP_SlabBuf *BP_MakeNotice(uint32_t ulTimerID) {
-    static constexpr char szFunc[] = "BP_TimerExpireProc";
-    BP_SlabBuf *pstBuf = BP_SlabGetBuf(BP_NOTICE_LEN, BP_SLAB_TYPE_TIMER);
-    if (pstBuf == nullptr) {
-        BP_LOG_DEBUG("[%s]fail to get new slab buffer.", szFunc);
-        return nullptr;
-    }
-    if (pstBuf->pucData == nullptr) {
-        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]invalid timer msg buffer.", szFunc);
-        BP_SlabFreeBuf(pstBuf);
-        return nullptr;
-    }
-    memcpy(pstBuf->pucData, &ulTimerID, BP_NOTICE_LEN);
-    return pstBuf;
 }
 
 uint32_t BP_TimerExpireProc(BP_Timer *pstTimer) {
@@ -117,14 +98,16 @@ static bool BP_GetTimerCall(uint32_t ulTimerID, BP_TimerCall *pstCall) {
     return true;
 }
 
-// The timer is still there and will not fire any more.
-static bool BP_IsTimerSpent(uint32_t ulTimerID) {
+// The timer is still there, will not fire any more, and none of its notices is waiting for its callback. The
+// scan zeroes the timeout and queues the last notice under the same lock.
+static bool BP_IsTimerSpent(uint32_t ulTimerID, BP_ModuleInfo *pstOwner) {
     const BP_SemGuard stGuard(BP_GetProcInfo()->stTimerCtrl.semLock);
     const BP_Timer *pstTimer = BP_FindTimer(ulTimerID);
-    return pstTimer != nullptr && BP_IsTimePairZero(pstTimer->stTimeout);
+    return pstTimer != nullptr && BP_IsTimePairZero(pstTimer->stTimeout) &&
+           !BP_HasNotice(&pstOwner->stTimerQueue, ulTimerID);
 }
 
-static void BP_HandleNotice(uint32_t ulTimerID) {
+static void BP_HandleNotice(uint32_t ulTimerID, BP_ModuleInfo *pstOwner) {
     BP_TimerCall stCall;
     if (!BP_GetTimerCall(ulTimerID, &stCall)) {
         return;
@@ -134,7 +117,7 @@ static void BP_HandleNotice(uint32_t ulTimerID) {
     } else if (stCall.ulCbType == BP_TIMER_CB_EXT && stCall.pfnExtCb != nullptr) {
         stCall.pfnExtCb(ulTimerID, stCall.ulExtParam1, stCall.lExtParam2);
     }
-    if (BP_IsTimerSpent(ulTimerID)) {
+    if (BP_IsTimerSpent(ulTimerID, pstOwner)) {
         BP_LOG_DEBUG("[%s]auto unreg timer %u", "BP_ThreadTimerProc", ulTimerID);
         BP_UnregistTimer(ulTimerID);
     }
@@ -151,9 +134,7 @@ uint32_t BP_ThreadTimerProc(BP_ModuleInfo *pstModule) {
             BP_LOG_ERROR(BP_ERR_FAIL, "[%s]invalid msg buffer.", __func__);
             return BP_OK;
         }
-        uint32_t ulTimerID = 0;
-        memcpy(&ulTimerID, pstBuf->pucData, BP_NOTICE_LEN);
-        BP_HandleNotice(ulTimerID);
+        BP_HandleNotice(BP_NoticeTimerID(pstBuf), pstModule);
         BP_SlabFreeBuf(pstBuf);
         pstBuf = BP_ModuleGetMsg(&pstModule->stTimerQueue, BP_GET_FIRST, 0);
     }

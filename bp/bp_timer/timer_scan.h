@@ -22,8 +22,8 @@ uint32_t BP_CheckTimerExpire();
 uint32_t BP_TimerExpireProc(BP_Timer *pstTimer);
 
 // Handles the module's timer notices until there are none, in the calling thread, which is the module's own. A
-// timer that does not fire any more is unregistered after its callback. BP_OK, or BP_ERR_PARAM for a null
-// record.
+// timer that does not fire any more is unregistered when the last of its notices has been handled. BP_OK, or
+// BP_ERR_PARAM for a null record.
 uint32_t BP_ThreadTimerProc(BP_ModuleInfo *pstModule);
 
 #endif

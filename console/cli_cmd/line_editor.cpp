@@ -22,6 +22,7 @@ char g_szLineBuf[CLI_LINE_SIZE];
 char g_szSysPrompt[CLI_PROMPT_SIZE] = "MWare";
 
 static bool g_bInputEnded;
+static bool g_bKeyPutBack;
 
 bool CLI_IsInputEnded() {
     return g_bInputEnded;
@@ -32,30 +33,28 @@ char CLI_LastChar(const char *pcText) {
     return ulLen == 0 ? '\0' : pcText[ulLen - 1];
 }
 
-// A read that was only interrupted, or found a terminal that somebody else left non-blocking, is made again.
-static bool CLI_IsWorthRetrying(int lErr) {
-    if (lErr == EINTR) {
-        return true;
-    }
-    if (lErr != EAGAIN) {
-        return false;
-    }
+// Waits in poll, so that a signal is served at once; what was put back needs no wait.
+static void CLI_AwaitKey() {
     struct pollfd stPoll = {STDIN_FILENO, POLLIN, 0};
-    return poll(&stPoll, 1, -1) >= 0 || errno == EINTR;
+    while (!g_bKeyPutBack && poll(&stPoll, 1, -1) < 0 && errno == EINTR) {
+    }
+    g_bKeyPutBack = false;
 }
 
 // The next byte, EOF when input has ended. What was echoed must be on the screen before the wait.
 static int CLI_ReadKey() {
     fflush(stdout);
     for (;;) {
+        CLI_AwaitKey();
         errno = 0;
         const int lKey = getc(stdin);
+        const int lErr = errno;
         if (lKey != EOF || ferror(stdin) == 0) {
             return lKey;
         }
-        const int lErr = errno;
         clearerr(stdin);
-        if (!CLI_IsWorthRetrying(lErr)) {
+        // Interrupted, or the terminal was left non-blocking by somebody else and another reader was first.
+        if (lErr != EINTR && lErr != EAGAIN) {
             return EOF;
         }
     }
@@ -101,6 +100,7 @@ static void CLI_EraseKey(size_t *pulCursor) {
 // TAB and '?' end the line behind themselves: the Enter that does so is put back to be read next.
 static void CLI_StoreHelpKey(size_t *pulCursor, int lKey) {
     ungetc(CLI_KEY_ENTER, stdin);
+    g_bKeyPutBack = true;
     CLI_StoreKey(pulCursor, lKey);
 }
 

@@ -13,6 +13,7 @@ extern char g_szSysPrompt[CLI_PROMPT_SIZE];
 
 // Reads until the line ends: by Enter, or by '?' or TAB, which then is the line's last character. Starts behind
 // the text that g_szLineBuf already holds, so a caller that wants a fresh line clears it first. Blocks.
+// Standard input must be unbuffered, as CLI_SetRawMode leaves it.
 //
 // When input has ended (the terminal was closed) the line is empty and CLI_IsInputEnded says so from then on.
 void CLI_ReadLine();
