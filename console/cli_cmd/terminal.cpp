@@ -12,11 +12,13 @@ static std::atomic<const CLI_Terminal *> g_pstTerminal{nullptr};
 
 // Puts the settings back and lets the signal do what it does without a handler: SA_RESETHAND has seen to that.
 static void CLI_OnEndSignal(int lSignal) {
+    const int lErr = errno;
     const CLI_Terminal *pstTerminal = g_pstTerminal.load();
     if (pstTerminal != nullptr) {
         tcsetattr(STDIN_FILENO, TCSANOW, &pstTerminal->stSaved);
     }
     raise(lSignal);
+    errno = lErr;
 }
 
 // Whoever had the terminal while the console was stopped has set it for himself. In the background it stays
