@@ -1,4 +1,5 @@
 // Requests to a process's command module: a character for the code ('0' is 31051), then the text up to a NUL.
+#include <cstdlib>
 #include <cstring>
 
 #include "bp/bp.h"
@@ -7,14 +8,21 @@
 #include "fuzz/fuzz_support.h"
 
 static FuzzBus g_stBus;
+static std::string g_szRequest; // what was asked last
 
 static uint32_t OnCmd(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnswer, uint32_t) {
     FuzzExpect(pstArgs->ulNum <= BP_CMD_WORD_MAX, "arguments fit");
+    std::string szValues = ">";
     for (uint32_t i = 0; i < pstArgs->ulNum; i++) {
         FuzzExpect(strnlen(pstArgs->astArg[i].szText, BP_CMD_STRING_MAX + 1) <= BP_CMD_STRING_MAX,
                    "an argument has its end");
+        FuzzExpect(pstArgs->astArg[i].ulType != BP_CMD_INTEGER ||
+                       strtoull(pstArgs->astArg[i].szText, nullptr, 10) == pstArgs->astArg[i].ulValue,
+                   "a number has its value");
         BP_AnswerPrint(pstAnswer, "%s %u\n", pstArgs->astArg[i].szText, pstArgs->astArg[i].ulValue);
+        szValues += pstArgs->astArg[i].szText + std::string(";");
     }
+    FuzzExpect(g_szRequest.substr(g_szRequest.find('>')) == szValues, "the arguments are what was asked");
     return pstArgs->ulNum == 3 ? BP_ERR_FAIL : BP_OK;
 }
 
@@ -36,8 +44,18 @@ void FuzzStart() {
     }
 }
 
+// What a request may have switched on would slow all later inputs down.
+static void Quieten() {
+    BP_SetLogLevel(BP_LOG_LEVEL_FATAL);
+    BP_LogInfo stInfo;
+    for (uint32_t i = 1; BP_GetLogInfo(i, &stInfo) == BP_OK; i++) {
+        BP_Write(g_stBPLogMgr.astLogModule[i].ulDebugOn, 0U);
+    }
+}
+
 // The answer, when one is due: the kit answers every request that it knows, once.
 static void Ask(uint32_t ulMsgCode, const std::string &szText) {
+    g_szRequest = szText;
     g_stBus.Send(FuzzMsg(BP_GetProcInfo()->ulCmdModuleID, ulMsgCode, szText));
     FuzzExpect(BP_GetAndDispatchMsg() == BP_OK, "the request is read");
     const bool bKnown = (ulMsgCode >= BP_CMD_GET_LEVEL && ulMsgCode <= BP_CMD_RUN && ulMsgCode != 31057) ||
@@ -54,6 +72,7 @@ static void Ask(uint32_t ulMsgCode, const std::string &szText) {
         BP_MsgHdr stHdr;
         FuzzExpect(szAnswer.size() >= sizeof(stHdr), "the answer has a header");
         memcpy(&stHdr, szAnswer.data(), sizeof(stHdr));
+        FuzzExpect(szAnswer.size() <= sizeof(stHdr) + BP_ACK_TEXT_MAX, "the answer fits the console's ring");
         FuzzExpect(stHdr.usMsgLen == szAnswer.size() && stHdr.ulMsgType == BP_MSG_TYPE_ACK &&
                        stHdr.ulMsgCode == ulMsgCode,
                    "the header is an answer's");
@@ -61,7 +80,6 @@ static void Ask(uint32_t ulMsgCode, const std::string &szText) {
     FuzzCheckSlabsFull();
     BP_MsgSocketSendProc();
     FuzzExpect(g_stBus.Receive().empty(), "nothing else is sent");
-    BP_SetLogLevel(BP_LOG_LEVEL_FATAL);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
@@ -71,5 +89,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
             Ask(BP_CMD_GET_TREE + static_cast<uint8_t>(szRequest[0] - '0') % 16, szRequest.substr(1));
         }
     }
+    Quieten();
     return 0;
 }

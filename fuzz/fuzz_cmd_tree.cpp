@@ -7,6 +7,7 @@
 #include "console/cli_cmd/execute.h"
 #include "console/cli_cmd/interpret.h"
 #include "console/cli_cmd/line_editor.h"
+#include "console/cli_cmd/module_info.h"
 #include "fuzz/fuzz_support.h"
 
 static constexpr size_t FUZZ_LINES = 64;
@@ -15,13 +16,18 @@ static std::string g_szAnswer;
 
 void FuzzStart() {}
 
+// From < to >, with the values behind it and nothing else.
+static bool IsFramed(const std::string &szText, const std::string &szEnd) {
+    return szText.size() > szEnd.size() && szText[0] == '<' && (szEnd.size() == 1 || szEnd.back() == ';') &&
+           szText.compare(szText.size() - szEnd.size(), std::string::npos, szEnd) == 0;
+}
+
 static void CheckRequest(const std::string &szText, uint32_t ulMsgCode) {
     switch (ulMsgCode) {
     case BP_CMD_RUN:
-        FuzzExpect(szText[0] == '<' && szText.find('>') != std::string::npos, "a command is framed");
-        FuzzExpect(szText.back() == '>' || szText.back() == ';', "every value has its end");
+        FuzzExpect(strnlen(g_szExtendParam, CLI_EXTEND_SIZE) < CLI_EXTEND_SIZE, "its values fit theirs");
+        FuzzExpect(IsFramed(szText, std::string(">") + g_szExtendParam), "a command is framed");
         FuzzExpect(szText.size() < CLI_FULL_CMD_SIZE, "a command fits its buffer");
-        FuzzExpect(strlen(g_szExtendParam) < CLI_EXTEND_SIZE, "its values fit theirs");
         break;
     case BP_CMD_DEBUG_ON:
     case BP_CMD_DEBUG_OFF:
@@ -68,6 +74,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
         FuzzSplit({reinterpret_cast<const char *>(pucData), ulSize}, '\0', 3);
     Load(BP_CMD_GET_TREE, aszText[0]);
     Load(BP_CMD_GET_MODULES, aszText.size() > 1 ? aszText[1] : "");
+    for (const auto &szName : g_szModule) {
+        FuzzExpect(strnlen(szName, sizeof(szName)) < sizeof(szName), "a module's name has its end");
+    }
     g_szAnswer = "an answer";
     g_szLineBuf[0] = '\0';
     if (aszText.size() > 2) {
@@ -79,5 +88,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
     CLI_FreeTree(g_pCmdNodeRoot);
     g_pCmdTempletRoot = nullptr;
     g_pCmdNodeRoot = nullptr;
+    memset(g_szModule, 0, sizeof(g_szModule)); // the console merges lists, but an input must be repeatable
     return 0;
 }

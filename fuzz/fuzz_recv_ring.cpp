@@ -1,18 +1,30 @@
-// Datagrams, as many and as long as the input says: two bytes of length, least first, then that many bytes.
-// They go through the socket into the receive ring.
+// Two bytes, least first, say where the empty ring begins; with the top bit no buffer is free until the idle
+// pass. Then datagrams, as many and as long as the input says: two bytes of length, then that many bytes. They
+// go through the socket into the ring.
+#include <cstdlib>
+
 #include "bp/bp.h"
 #include "bp/bp_module/receive.h"
 #include "bp/bp_module/recv_ring.h"
 #include "fuzz/fuzz_support.h"
 
 static constexpr uint32_t FUZZ_PROBE_CODE = 4242;
+static constexpr uint32_t FUZZ_SHORTAGE = 0x8000;
 
 static FuzzBus g_stBus;
 static uint32_t g_ulCtrlID;
-static std::atomic<uint32_t> g_ulProbes{0};
+static std::vector<BP_SlabBuf *> g_apstHeld;
+// Probes are numbered: the input may hold messages with their code, and those are handled at any time.
+static uint32_t g_ulSent;
+static std::atomic<uint32_t> g_ulArrived{0};
 
-static uint32_t OnProbe(uint32_t, BP_StructMsg *, uint32_t) {
-    g_ulProbes++;
+static uint32_t OnProbe(uint32_t, BP_StructMsg *pstMsg, uint32_t) {
+    uint8_t *pucText = nullptr;
+    uint32_t ulLen = 0;
+    if (BP_DecodeStructMsgData(pstMsg, &pucText, &ulLen) == BP_OK) {
+        const std::string szNumber(reinterpret_cast<const char *>(pucText), ulLen);
+        g_ulArrived = static_cast<uint32_t>(strtoul(szNumber.c_str(), nullptr, 10));
+    }
     return BP_OK;
 }
 
@@ -32,9 +44,32 @@ static void CheckRing() {
     FuzzCheckSlabs();
 }
 
+static void HoldBuffers() {
+    for (uint32_t i = 0; i < BP_SLAB_CLASS_TIMER; i++) {
+        BP_SlabInfo stInfo = {};
+        BP_GetSlabInfo(i, &stInfo);
+        while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(stInfo.ulSize, BP_SLAB_TYPE_MSG)) {
+            g_apstHeld.push_back(pstBuf);
+        }
+    }
+}
+
+static void Prepare(uint32_t ulStart) {
+    BP_RecvRing &stRing = BP_GetProcInfo()->stRecvRing;
+    stRing.ulRdPos = ulStart % stRing.ulMaxSize;
+    stRing.ulWrPos = stRing.ulRdPos;
+    if ((ulStart & FUZZ_SHORTAGE) != 0) {
+        HoldBuffers();
+    }
+}
+
 // What happens while nothing more comes: those who are short get their buffers, and the time for the rest of a
 // message runs out.
 static void BeIdle() {
+    for (BP_SlabBuf *pstBuf : g_apstHeld) {
+        BP_SlabFreeBuf(pstBuf);
+    }
+    g_apstHeld.clear();
     BP_RecvRing *pstRing = &BP_GetProcInfo()->stRecvRing;
     FuzzWait(
         [&] {
@@ -50,8 +85,15 @@ static void BeIdle() {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
+    const auto Number = [&] { return pucData[0] + pucData[1] * 256U; };
+    if (ulSize < 2) {
+        return 0;
+    }
+    Prepare(Number());
+    pucData += 2;
+    ulSize -= 2;
     while (ulSize >= 2) {
-        const size_t ulWanted = pucData[0] + pucData[1] * 256U;
+        const size_t ulWanted = Number();
         const size_t ulLen = ulWanted < ulSize - 2 ? ulWanted : ulSize - 2;
         g_stBus.Send(std::string(reinterpret_cast<const char *>(pucData + 2), ulLen));
         BP_GetAndDispatchMsg();
@@ -60,11 +102,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
         ulSize -= 2 + ulLen;
     }
     BeIdle();
-    g_ulProbes = 0;
-    g_stBus.Send(FuzzMsg(g_ulCtrlID, FUZZ_PROBE_CODE, "probe"));
+    g_stBus.Send(FuzzMsg(g_ulCtrlID, FUZZ_PROBE_CODE, std::to_string(++g_ulSent)));
     FuzzExpect(BP_GetAndDispatchMsg() == BP_OK, "a datagram is read");
     CheckRing();
-    FuzzWait([] { return g_ulProbes == 1; }, "a good message gets through");
+    FuzzWait([] { return g_ulArrived == g_ulSent; }, "a good message gets through");
     FuzzCheckSlabsFull();
     return 0;
 }

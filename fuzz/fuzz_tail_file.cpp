@@ -1,4 +1,5 @@
-// A file whose tail is copied: its first byte says how many lines, the rest is its content.
+// A file whose tail is copied: the first byte says how many lines, the second how often the rest is its
+// content.
 #include <cstdio>
 #include <cstring>
 
@@ -10,6 +11,7 @@
 static const char g_szSource[] = "/tmp/source";
 static const char g_szCopy[] = "/tmp/copy";
 static constexpr size_t FUZZ_BLOCK = 24575;
+static constexpr size_t FUZZ_FILE = 3 * FUZZ_BLOCK;
 
 void FuzzStart() {}
 
@@ -34,10 +36,14 @@ static std::string TailOf(const std::string &szText, size_t ulLines) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
-    if (ulSize == 0) {
+    if (ulSize < 2) {
         return 0;
     }
-    const std::string szText(reinterpret_cast<const char *>(pucData + 1), ulSize - 1);
+    const std::string szPiece(reinterpret_cast<const char *>(pucData + 2), ulSize - 2);
+    std::string szText = szPiece;
+    for (uint32_t i = 1; i < pucData[1] && szText.size() < FUZZ_FILE; i++) {
+        szText += szPiece;
+    }
     FuzzExpect(BP_WriteDumpFile(g_szSource, szText.data(), static_cast<uint32_t>(szText.size())) ==
                    (szText.empty() ? BP_ERR_FAIL : BP_OK), // there is no item of no bytes
                "a dump is written");
