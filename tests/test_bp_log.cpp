@@ -186,17 +186,20 @@ TEST(Log, FileRemovedOrBlocked_ComesBackByItself) {
     unlink(g_szLog);
     mkdir(g_szLog, 0755);
     Capture stErr(stderr);
-    g_stBPLogMgr.astLogModule[0].stLogFile.ulSize =
-        BP_LOG_FILE_LIMIT; // rotation: a directory onto nothing works
-    rename(g_szLog, "/var/log/aside");
+    g_stBPLogMgr.astLogModule[0].stLogFile.ulSize = BP_LOG_FILE_LIMIT;
+    LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "lost, but no directory becomes the backup");
+    EXPECT_FALSE(FileExists(g_szBackup));
+    g_stBPLogMgr.astLogModule[0].stLogFile.ulSize = BP_LOG_FILE_LIMIT;
+    rmdir(g_szLog);
     LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "lost with the failed rename");
     mkdir(g_szLog, 0755);
     LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "lost with the failed open");
     rmdir(g_szLog);
     LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "three");
     EXPECT_EQ(stErr.Stop(), std::string("[bp_log-845]Rename file ") + g_szLog + " to " + g_szBackup +
-                                " failed:No such file or directory\n" + "[bp_log-878]Open file " + g_szLog +
-                                " failed:Is a directory\n");
+                                " failed:Is a directory\n" + "[bp_log-845]Rename file " + g_szLog + " to " +
+                                g_szBackup + " failed:No such file or directory\n" + "[bp_log-878]Open file " +
+                                g_szLog + " failed:Is a directory\n");
     EXPECT_EQ(CountOf(ReadFile(g_szLog), "lost"), 0U);
     EXPECT_EQ(CountOf(ReadFile(g_szLog), "three"), 1U);
 }

@@ -190,7 +190,7 @@ TEST_F(SyncRemote, ThousandRequests_LeaveEveryClassFull) {
     }
     EXPECT_EQ(ulGood + ulTimedOut, 1000U); // nobody ever got somebody else's answer
     EXPECT_GT(ulTimedOut, 30U);
-    EXPECT_GT(ulGood, 0U);
+    EXPECT_GT(ulGood, 700U);
 }
 
 TEST_F(SyncRemote, WrongArguments) {

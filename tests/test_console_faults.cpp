@@ -132,7 +132,8 @@ TEST_F(ConsoleOnMware, KilledTarget_CostsOneCommandAndMayBeReplaced) {
     EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "no such command here"), 1U);
     pstKs_->Type("display ptz\r");
     pstKs_->HangUp(); // in the middle of a request
-    EXPECT_EQ(pstKs_->WaitExit(), 256 + SIGHUP);
+    const int lStatus = pstKs_->WaitExit();
+    EXPECT_TRUE(lStatus == 256 + SIGHUP || lStatus == 0) << lStatus; // the end of input may come first
 }
 
 // What stands in an answer is shown, never run or taken as a format; what is typed is sent as it is.

@@ -48,9 +48,19 @@ static void BP_LogCloseFile(BP_LogFile *pstFile) {
     }
 }
 
+// Only a file becomes the backup: a directory that somebody put in its place would refuse every later one.
+static bool BP_LogMakeBackup(const BP_LogFile *pstFile) {
+    struct stat stStat;
+    if (lstat(pstFile->szCurName, &stStat) == 0 && S_ISDIR(stStat.st_mode)) {
+        errno = EISDIR;
+        return false;
+    }
+    return rename(pstFile->szCurName, pstFile->szBakName) == 0;
+}
+
 static bool BP_LogRotate(BP_LogFile *pstFile) {
     BP_LogCloseFile(pstFile);
-    if (rename(pstFile->szCurName, pstFile->szBakName) == 0) {
+    if (BP_LogMakeBackup(pstFile)) {
         pstFile->ulSize = 0;
         return true;
     }
@@ -80,6 +90,7 @@ static bool BP_LogOpen(BP_LogFile *pstFile) {
     if (fstat(fileno(pstFile->pstFp), &stStat) == 0) {
         pstFile->ulDevice = stStat.st_dev;
         pstFile->ulInode = stStat.st_ino;
+        pstFile->ulSize = stStat.st_size < INT32_MAX ? static_cast<uint32_t>(stStat.st_size) : INT32_MAX;
     }
     return true;
 }

@@ -27,7 +27,7 @@ static int BP_CheckOwnFile(int lFd, char cMode) {
     if (!S_ISREG(stStat.st_mode)) {
         return S_ISDIR(stStat.st_mode) ? EISDIR : EINVAL;
     }
-    if (cMode != 'r' && stStat.st_nlink > 1) {
+    if (stStat.st_nlink > 1) {
         return EMLINK;
     }
     return cMode == 'w' && ftruncate(lFd, 0) != 0 ? errno : 0;

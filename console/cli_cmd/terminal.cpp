@@ -10,23 +10,27 @@
 // What the signal handlers find; null while the settings are the terminal's own.
 static std::atomic<const CLI_Terminal *> g_pstTerminal{nullptr};
 
+// In the background the terminal is somebody else's, and setting it would stop the console.
+static bool CLI_HasTerminal(const CLI_Terminal *pstTerminal) {
+    return pstTerminal != nullptr && tcgetpgrp(STDIN_FILENO) == getpgrp();
+}
+
 // Puts the settings back and lets the signal do what it does without a handler: SA_RESETHAND has seen to that.
 static void CLI_OnEndSignal(int lSignal) {
     const int lErr = errno;
     const CLI_Terminal *pstTerminal = g_pstTerminal.load();
-    if (pstTerminal != nullptr) {
+    if (CLI_HasTerminal(pstTerminal)) {
         tcsetattr(STDIN_FILENO, TCSANOW, &pstTerminal->stSaved);
     }
     raise(lSignal);
     errno = lErr;
 }
 
-// Whoever had the terminal while the console was stopped has set it for himself. In the background it stays
-// his.
+// Whoever had the terminal while the console was stopped has set it for himself.
 static void CLI_OnContinue(int) {
     const int lErr = errno;
     const CLI_Terminal *pstTerminal = g_pstTerminal.load();
-    if (pstTerminal != nullptr && tcgetpgrp(STDIN_FILENO) == getpgrp()) {
+    if (CLI_HasTerminal(pstTerminal)) {
         tcsetattr(STDIN_FILENO, TCSANOW, &pstTerminal->stRaw);
     }
     errno = lErr;

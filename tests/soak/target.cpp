@@ -24,7 +24,7 @@ void Life::Measure(pid_t lPid) {
     std::error_code stError; // a descriptor may be gone before it is looked at
     for (const auto &stEntry : std::filesystem::directory_iterator(szProc + "/fd")) {
         const std::string szFile = std::filesystem::read_symlink(stEntry.path(), stError);
-        ulFds += szFile.rfind("/var/log/", 0) != 0 ? 1 : 0;
+        ulFds += Matches(szFile, "^/var/log/[A-Za-z_]+00\\.(log|debug|buf)$") ? 0 : 1;
     }
     if (!bWarm && Now() - dBorn >= g_dWarmUpSec) {
         bWarm = true;
