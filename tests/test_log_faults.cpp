@@ -35,6 +35,13 @@ protected:
     }
 };
 
+static void WriteTo(BP_LogFile *pstFile, const char *pcFormat, ...) {
+    va_list args;
+    va_start(args, pcFormat);
+    BP_LogWriteFile(pstFile, BP_LOG_FILE_LIMIT, "11-23 05:00:00 000[I(0)][a.c-1]", pcFormat, args);
+    va_end(args);
+}
+
 TEST_F(LogFaults, DiskFull_LinesAreWholeOrNotThere) {
     if (!MountSmall("/var/log", 8192)) {
         GTEST_SKIP() << "needs a mount namespace of its own";
@@ -52,6 +59,43 @@ TEST_F(LogFaults, DiskFull_LinesAreWholeOrNotThere) {
     Log("room again");
     EXPECT_EQ(WholeLines(g_szLog), ulWritten + 1);
     UnmountSmall("/var/log");
+}
+
+// Two writers with a file description each, as two consoles have them.
+TEST_F(LogFaults, DiskFull_SharedFile_LinesAreWholeOrNotThere) {
+    static constexpr int lWriters = 2;
+    static constexpr int lLines = 500;
+    if (!MountSmall("/var/log", 16384)) {
+        GTEST_SKIP() << "needs a mount namespace of its own";
+    }
+    Capture stErr(stderr);
+    std::vector<std::thread> astWriter;
+    for (int i = 0; i < lWriters; i++) {
+        astWriter.emplace_back([i] {
+            BP_LogFile stFile = {};
+            BP_LogInitFile(&stFile, "ks", ".log");
+            for (int j = 0; j < lLines; j++) {
+                WriteTo(&stFile, "<%s>", std::string(static_cast<size_t>(50 + (i + j) % 100), 'x').c_str());
+            }
+            fclose(stFile.pstFp);
+        });
+    }
+    for (std::thread &stWriter : astWriter) {
+        stWriter.join();
+    }
+    const size_t ulWritten = WholeLines(g_szLog);
+    EXPECT_GT(ulWritten, 20U);
+    EXPECT_EQ(CountOf(stErr.Stop(), "[bp_log-903]"), lWriters * lLines - ulWritten);
+    UnmountSmall("/var/log");
+}
+
+TEST_F(LogFaults, LongLine_IsWrittenWhole) {
+    const size_t aulLen[] = {0, 2010, 2011, 2012, 2013, 2014, 2015, 2016, 2017, 100000};
+    for (const size_t ulLen : aulLen) {
+        Log(std::string(ulLen, 'x'));
+        EXPECT_EQ(CountOf(ReadFile(g_szLog), "<" + std::string(ulLen, 'x') + ">\r\n"), 1U) << ulLen;
+    }
+    EXPECT_EQ(WholeLines(g_szLog), std::size(aulLen));
 }
 
 TEST_F(LogFaults, ReadOnly_SaysSoAndResumes) {

@@ -1,8 +1,8 @@
 #include "bp/bp_log/log_file.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
-#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +10,7 @@
 #include "bp/bp_log/shell.h"
 
 static constexpr uint32_t BP_LOG_LINE_ROOM = 1024; // room that must be left below the limit for one more line
+static constexpr size_t BP_LOG_LINE_SIZE = 2048;   // a longer line takes memory of its own while it is written
 static constexpr uint32_t BP_MARK_RENAME = 845;
 static constexpr uint32_t BP_MARK_OPEN = 878;
 static constexpr uint32_t BP_MARK_WRITE = 903;
@@ -95,14 +96,52 @@ static bool BP_LogOpen(BP_LogFile *pstFile) {
     return true;
 }
 
-// A line that does not fit the disk is taken back, or its beginning would be glued to the next line.
-static void BP_LogTakeBack(const BP_LogFile *pstFile, off_t lStart) {
+// A line that does not fit the disk is taken back, or its beginning would be glued to the next line. An
+// appending write leaves the file's position behind its own bytes; what another process of the same name wrote
+// there stays.
+static void BP_LogTakeBack(BP_LogFile *pstFile, off_t lWritten) {
     BP_LogReport(BP_MARK_WRITE, "Write file %s failed:%s", pstFile->szCurName, strerror(errno));
-    __fpurge(pstFile->pstFp);
-    clearerr(pstFile->pstFp);
-    if (ftruncate(fileno(pstFile->pstFp), lStart) != 0) {
-        fputc('\n', pstFile->pstFp); // then at least the next line begins as one
+    if (lWritten == 0) {
+        return;
     }
+    const int lFd = fileno(pstFile->pstFp);
+    const off_t lEnd = lseek(lFd, 0, SEEK_CUR);
+    struct stat stStat;
+    if (fstat(lFd, &stStat) != 0 || stStat.st_size != lEnd || ftruncate(lFd, lEnd - lWritten) != 0) {
+        pstFile->bTorn = true; // then at least the next line begins as one
+    }
+}
+
+// One write for the whole line, so that lines of processes that share a file do not mix.
+static void BP_LogAppend(BP_LogFile *pstFile, const char *pcLine, size_t ulLen) {
+    size_t ulDone = 0;
+    while (ulDone < ulLen) {
+        const ssize_t lWritten = write(fileno(pstFile->pstFp), pcLine + ulDone, ulLen - ulDone);
+        if (lWritten < 0 && errno != EINTR) {
+            BP_LogTakeBack(pstFile, static_cast<off_t>(ulDone));
+            return;
+        }
+        ulDone += lWritten > 0 ? static_cast<size_t>(lWritten) : 0;
+    }
+    pstFile->bTorn = false;
+    pstFile->ulSize += static_cast<uint32_t>(ulLen);
+}
+
+static size_t BP_LogFormat(const BP_LogFile *pstFile, char *pcLine, size_t ulSize, const char *pcPrefix,
+                           const char *pcFormat, va_list args) __attribute__((format(printf, 5, 0)));
+
+// Puts the line together at pcLine, which has ulSize bytes, and returns its length, which may be more than
+// that.
+static size_t BP_LogFormat(const BP_LogFile *pstFile, char *pcLine, size_t ulSize, const char *pcPrefix,
+                           const char *pcFormat, va_list args) {
+    static constexpr char szEnd[] = "\r\n";
+    const int lPrefix = snprintf(pcLine, ulSize, "%s%s", pstFile->bTorn ? szEnd : "", pcPrefix);
+    const int lText = vsnprintf(pcLine + lPrefix, ulSize - static_cast<size_t>(lPrefix), pcFormat, args);
+    const size_t ulLen = static_cast<size_t>(lPrefix) + (lText > 0 ? static_cast<size_t>(lText) : 0);
+    if (ulLen + sizeof(szEnd) <= ulSize) {
+        memcpy(pcLine + ulLen, szEnd, sizeof(szEnd));
+    }
+    return ulLen + strlen(szEnd);
 }
 
 void BP_LogWriteFile(BP_LogFile *pstFile, uint32_t ulLimit, const char *pcPrefix, const char *pcFormat,
@@ -113,13 +152,18 @@ void BP_LogWriteFile(BP_LogFile *pstFile, uint32_t ulLimit, const char *pcPrefix
     if (!BP_LogOpen(pstFile)) {
         return;
     }
-    const off_t lStart = lseek(fileno(pstFile->pstFp), 0, SEEK_END);
-    const int lPrefix = fprintf(pstFile->pstFp, "%s", pcPrefix);
-    const int lText = vfprintf(pstFile->pstFp, pcFormat, args);
-    const int lEnd = fprintf(pstFile->pstFp, "\r\n");
-    if (fflush(pstFile->pstFp) != 0 || lPrefix < 0 || lText < 0 || lEnd < 0) {
-        BP_LogTakeBack(pstFile, lStart);
-        return;
+    char szLine[BP_LOG_LINE_SIZE];
+    va_list argsAgain;
+    va_copy(argsAgain, args);
+    const size_t ulLen = BP_LogFormat(pstFile, szLine, sizeof(szLine), pcPrefix, pcFormat, args);
+    if (ulLen < sizeof(szLine)) {
+        BP_LogAppend(pstFile, szLine, ulLen);
+    } else if (char *pcLong = static_cast<char *>(malloc(ulLen + 1))) {
+        BP_LogFormat(pstFile, pcLong, ulLen + 1, pcPrefix, pcFormat, argsAgain);
+        BP_LogAppend(pstFile, pcLong, ulLen);
+        free(pcLong);
+    } else {
+        BP_LogTakeBack(pstFile, 0);
     }
-    pstFile->ulSize += static_cast<uint32_t>(lPrefix + lText + lEnd);
+    va_end(argsAgain);
 }
