@@ -41,6 +41,11 @@ static void CheckRing() {
     FuzzExpect(stRing.ulWrPos < stRing.ulMaxSize && stRing.ulRdPos < stRing.ulMaxSize, "positions are inside");
     FuzzExpect((stRing.ulRdPos + stRing.ulUsedLen) % stRing.ulMaxSize == stRing.ulWrPos,
                "positions and length agree");
+    uint32_t ulSent = 0;
+    for (uint32_t i = 0; i < stRing.stSources.ulNum; i++) {
+        ulSent += stRing.stSources.astSource[(stRing.stSources.ulFirst + i) % BP_RECV_SOURCE_NUM].ulLen;
+    }
+    FuzzExpect(ulSent == stRing.ulUsedLen, "every byte has a sender");
     FuzzCheckSlabs();
 }
 

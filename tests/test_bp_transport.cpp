@@ -14,6 +14,7 @@ static const char g_szLog[] = "/var/log/MW_MWARE00.log";
 
 static std::mutex g_stSeenLock;
 static std::vector<std::string> g_aszSeen;
+static std::map<std::string, uint16_t> g_ausPeerPort; // of each text that was seen
 
 static uint32_t Note(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
     (void)ulMsgCode;
@@ -23,6 +24,7 @@ static uint32_t Note(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam)
     BP_DecodeStructMsgData(pstMsg, &pucText, &ulLen);
     const std::lock_guard<std::mutex> stGuard(g_stSeenLock);
     g_aszSeen.emplace_back(reinterpret_cast<char *>(pucText), ulLen);
+    g_ausPeerPort[g_aszSeen.back()] = ntohs(BP_MsgHdrOf(pstMsg->pstSlabBuf)->usPeerPort);
     return BP_OK;
 }
 
@@ -192,6 +194,30 @@ TEST_F(Transport, MessageThatWaitsTooLongForItsRest_IsGivenUp) {
     BP_ResumeReceive();
     EXPECT_TRUE(Delivered({"swallowed", "too"}));
     EXPECT_EQ(pstRing_->lHeldSinceMs, 0);
+}
+
+// Each of those who were held up is answered where he is. The ring knows 32 changes of sender, so of the forty
+// here the last ten count as the last one's.
+TEST_F(Transport, MessagesBehindAnUnfinishedOne_KeepTheirSenders) {
+    Arrive({MsgOfLength(8192, "")});
+    std::vector<BusSocket> astSender(40);
+    std::vector<std::string> aszText;
+    for (BusSocket &stSender : astSender) {
+        aszText.push_back(std::to_string(100 + aszText.size()));
+        stSender.SendTo(PORT_MWARE, Msg(aszText.back()).substr(0, 30));
+        stSender.SendTo(PORT_MWARE, Msg(aszText.back()).substr(30));
+    }
+    EXPECT_EQ(BP_GetAndDispatchMsg(), BP_OK);
+    EXPECT_TRUE(Delivered({}));
+    pstRing_->lHeldSinceMs -= BP_RECV_HOLD_MS + 1;
+    BP_ResumeReceive();
+    ASSERT_TRUE(Delivered(aszText));
+    for (size_t i = 0; i < astSender.size(); i++) {
+        EXPECT_EQ(g_ausPeerPort[aszText[i]], astSender[i < 30 ? i : 39].Port()) << i;
+    }
+    Arrive({Msg("after them")});
+    ASSERT_TRUE(WaitFor([] { return g_ausPeerPort.count("after them") != 0; }));
+    EXPECT_EQ(g_ausPeerPort["after them"], stPeer_.Port());
 }
 
 // The answer goes to where the request came from, whatever was refused in between.

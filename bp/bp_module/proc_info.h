@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 
 #include "bp/bp_module/module_info.h"
+#include "bp/bp_module/recv_source.h"
 #include "bp/bp_timer/timer_info.h"
 #include "bp/bp_types.h"
 
@@ -22,6 +23,7 @@ struct BP_RecvRing {
     uint8_t *pucBuf = nullptr;
     bool bNoBuf = false;      // the oldest message found no buffer; the socket is left alone until it does
     int64_t lHeldSinceMs = 0; // since when the oldest message has been incomplete; 0 when it is not
+    BP_RecvSources stSources = {};
 };
 
 struct BP_ProcInfo {

@@ -23,16 +23,6 @@ static bool BP_IsFromLoopback(const struct sockaddr_in &stFrom) {
     return stFrom.sin_family == AF_INET && ntohl(stFrom.sin_addr.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
 }
 
-// Whoever is to be answered is answered at the source of the datagram read last, so that address changes only
-// with the bytes in the ring.
-static void BP_TakeIn(BP_ProcInfo *pstProc, uint32_t ulLen, const struct sockaddr_in &stFrom) {
-    BP_RecvRing *pstRing = &pstProc->stRecvRing;
-    pstRing->ulWrPos = (pstRing->ulWrPos + ulLen) % pstRing->ulMaxSize;
-    pstRing->ulFreeLen -= ulLen;
-    pstRing->ulUsedLen += ulLen;
-    pstProc->stPeerAddr = stFrom;
-}
-
 // Reads one datagram into the free room, over the end of the storage if need be; one that does not fit is
 // discarded. 0, or the error that ended the read.
 static int BP_ReadDatagram(BP_ProcInfo *pstProc) {
@@ -56,7 +46,8 @@ static int BP_ReadDatagram(BP_ProcInfo *pstProc) {
     } else if (lRead > static_cast<ssize_t>(pstRing->ulFreeLen)) {
         BP_ReportReadError(EMSGSIZE);
     } else if (lRead > 0) {
-        BP_TakeIn(pstProc, static_cast<uint32_t>(lRead), stFrom);
+        pstProc->stPeerAddr = stFrom;
+        BP_RingTakeIn(pstRing, static_cast<uint32_t>(lRead), stFrom);
     }
     return 0;
 }

@@ -31,10 +31,18 @@ static void BP_RingPeek(const BP_RecvRing *pstRing, void *pDst, uint32_t ulLen) 
     memcpy(static_cast<uint8_t *>(pDst) + ulFirst, pstRing->pucBuf, ulLen - ulFirst);
 }
 
+void BP_RingTakeIn(BP_RecvRing *pstRing, uint32_t ulLen, const struct sockaddr_in &stFrom) {
+    pstRing->ulWrPos = (pstRing->ulWrPos + ulLen) % pstRing->ulMaxSize;
+    pstRing->ulFreeLen -= ulLen;
+    pstRing->ulUsedLen += ulLen;
+    BP_AddSource(&pstRing->stSources, ulLen, stFrom);
+}
+
 static void BP_RingConsume(BP_RecvRing *pstRing, uint32_t ulLen) {
     pstRing->ulRdPos = (pstRing->ulRdPos + ulLen) % pstRing->ulMaxSize;
     pstRing->ulUsedLen -= ulLen;
     pstRing->ulFreeLen += ulLen;
+    BP_DropSource(&pstRing->stSources, ulLen);
 }
 
 static void BP_RingReset(BP_RecvRing *pstRing) {
@@ -42,6 +50,7 @@ static void BP_RingReset(BP_RecvRing *pstRing) {
     pstRing->ulWrPos = 0;
     pstRing->ulUsedLen = 0;
     pstRing->ulFreeLen = pstRing->ulMaxSize;
+    pstRing->stSources.ulNum = 0;
 }
 
 void BP_GetNextMsgHdr(BP_RecvRing *pstRing) {
@@ -83,8 +92,7 @@ static bool BP_AcceptHdr(BP_RecvRing *pstRing, const BP_MsgHdr &stHdr) {
 }
 
 // Moves the message at the read position into a buffer of its own; null when there is none to be had.
-static BP_SlabBuf *BP_TakeMsg(BP_ProcInfo *pstProc, uint16_t usMsgLen) {
-    BP_RecvRing *pstRing = &pstProc->stRecvRing;
+static BP_SlabBuf *BP_TakeMsg(BP_RecvRing *pstRing, uint16_t usMsgLen) {
     BP_SlabBuf *pstBuf = BP_SlabGetBuf(usMsgLen, BP_SLAB_TYPE_MSG);
     if (pstBuf == nullptr) {
         return nullptr;
@@ -95,8 +103,9 @@ static BP_SlabBuf *BP_TakeMsg(BP_ProcInfo *pstProc, uint16_t usMsgLen) {
     }
     BP_RingPeek(pstRing, pstBuf->pucData, usMsgLen);
     BP_Write(pstBuf->usLen, usMsgLen);
-    BP_MsgHdrOf(pstBuf)->usPeerPort = pstProc->stPeerAddr.sin_port;
-    BP_MsgHdrOf(pstBuf)->ulPeerIP = pstProc->stPeerAddr.sin_addr.s_addr;
+    const struct sockaddr_in stFrom = BP_SourceAt(&pstRing->stSources, usMsgLen - 1U);
+    BP_MsgHdrOf(pstBuf)->usPeerPort = stFrom.sin_port;
+    BP_MsgHdrOf(pstBuf)->ulPeerIP = stFrom.sin_addr.s_addr;
     BP_RingConsume(pstRing, usMsgLen);
     if (pstRing->ulUsedLen == 0) {
         BP_RingReset(pstRing);
@@ -119,8 +128,7 @@ static uint32_t BP_Deliver(BP_ModuleInfo *pstDst, BP_SlabBuf *pstBuf, uint32_t u
 }
 
 uint32_t BP_TransMsgToModule(uint32_t *pulResult) {
-    BP_ProcInfo *pstProc = BP_GetProcInfo();
-    BP_RecvRing *pstRing = &pstProc->stRecvRing;
+    BP_RecvRing *pstRing = &BP_GetProcInfo()->stRecvRing;
     if (pulResult == nullptr) {
         BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid input param.", __func__);
         return BP_ERR_PARAM;
@@ -150,7 +158,7 @@ uint32_t BP_TransMsgToModule(uint32_t *pulResult) {
         BP_RingConsume(pstRing, stHdr.usMsgLen);
         return 0;
     }
-    BP_SlabBuf *pstBuf = BP_TakeMsg(pstProc, stHdr.usMsgLen);
+    BP_SlabBuf *pstBuf = BP_TakeMsg(pstRing, stHdr.usMsgLen);
     if (pstBuf == nullptr) {
         *pulResult = BP_TRANS_NO_BUF;
         return 0;

@@ -19,6 +19,9 @@ constexpr uint32_t BP_TRANS_ADD_FAIL = 4;   // the destination's queue refused i
 // Gives the ring its storage, empty. BP_OK or BP_ERR_FAIL. Start-up only.
 uint32_t BP_InitRecvRing(BP_RecvRing *pstRing);
 
+// Counts in the ulLen bytes that were read to the write position, which stFrom sent. At most ulFreeLen.
+void BP_RingTakeIn(BP_RecvRing *pstRing, uint32_t ulLen, const struct sockaddr_in &stFrom);
+
 // Takes at most one message out of the ring. 0 with one of the results above at pulResult; BP_ERR_FAIL when a
 // header was rejected or the destination could not be woken; BP_ERR_PARAM for a null pulResult. After a
 // non-zero return the caller searches for the next prefix; a rejected header whose prefix was right has had
