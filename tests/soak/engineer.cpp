@@ -6,7 +6,8 @@
 #include "tests/support/console.h"
 
 static constexpr double SOAK_ANSWER_SEC = 10;
-static constexpr double SOAK_HANG_SEC = 60; // a prompt that is not back by then never comes
+static constexpr uint32_t SOAK_LOST_OF = 50; // one of so many may lose its answer to hostile datagrams
+static constexpr double SOAK_HANG_SEC = 60;  // a prompt that is not back by then never comes
 
 const SoakCommand g_stPoolsCommand = {"display slab", "class size    total", ""};
 static const SoakCommand g_stFlood = {"display flood", "flood started", "MW_MWARE"};
@@ -94,6 +95,7 @@ void Engineer::Account() {
     if (pstCommand_ == nullptr) {
         return;
     }
+    ulCommands_++;
     const bool bInTime = Now() - dSince_ < SOAK_ANSWER_SEC;
     const bool bSilent = szOut_.rfind(pstCommand_->szLine + "\r\r\n[dbg]", 0) == 0;
     if (pstCommand_->szAnswer.empty() ? bSilent && bInTime : pfnHolds(pstCommand_->szAnswer)) {
@@ -101,11 +103,23 @@ void Engineer::Account() {
     } else if (pfnHolds("Wrong command input!") || pfnHolds("receive failed result.")) {
         g_stFigures.ulRefused++;
     } else if (!bSilent) {
-        g_stFigures.ulOther++; // a message that is never completed can bring one console another's answer
+        g_stFigures.ulOther++;
+        ulLost_++;
     } else {
         Require(!bInTime, szName + ": neither answer nor time-out of " + pstCommand_->szLine);
         g_stFigures.ulTimedOut++;
+        ulLost_++;
     }
+}
+
+void Engineer::BeginCalm() {
+    Settle();
+    ulCommands_ = ulLost_ = 0;
+}
+
+void Engineer::EndCalm() const {
+    printf("%-20s in calm: %u commands, %u without their answer\n", szName.c_str(), ulCommands_, ulLost_);
+    Require(ulLost_ <= 1 + ulCommands_ / SOAK_LOST_OF, szName + ": too many commands without their answer");
 }
 
 void Engineer::Progress() {

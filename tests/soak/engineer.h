@@ -25,6 +25,10 @@ public:
     // Ends the console by the signal, 0: by quitting.
     void End(int lSignal);
     pid_t Pid() const { return pstKs_->Pid(); }
+    // From BeginCalm to EndCalm nobody disturbs this console or its target; hostile datagrams alone
+    // excuse a command that brings nothing, or something else, and they are few.
+    void BeginCalm();
+    void EndCalm() const;
 
     const std::string szName;
     Life stLife;
@@ -52,6 +56,7 @@ private:
     bool bEnding_ = false;
     int lEndStatus_ = 0;
     double dSince_ = 0, dNext_ = 0;
+    uint32_t ulCommands_ = 0, ulLost_ = 0; // since BeginCalm
 };
 
 #endif

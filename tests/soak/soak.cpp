@@ -19,8 +19,14 @@ static constexpr int SOAK_STRICT_ROUNDS = 30;
 class Soak {
 public:
     void Run(double dSeconds) {
+        bool bCounting = false;
         for (double dMinute = 60; Now() < dSeconds || !AllWarm(); usleep(10000)) {
             const bool bCalm = Now() > dSeconds * 2 / 3;
+            if (bCalm && !bCounting && AllWarm()) {
+                bCounting = true;
+                astEngineer_[0].BeginCalm();
+                astEngineer_[1].BeginCalm();
+            }
             for (Target &stTarget : astTarget_) {
                 stTarget.Step(!bCalm);
             }
@@ -55,6 +61,8 @@ private:
 
     // All is quiet: nothing is excused any more, and everything must be as it was.
     void Finish() {
+        astEngineer_[0].EndCalm();
+        astEngineer_[1].EndCalm();
         for (Engineer &stEngineer : astEngineer_) {
             stEngineer.Settle();
         }
