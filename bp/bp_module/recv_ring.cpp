@@ -103,7 +103,8 @@ static BP_SlabBuf *BP_TakeMsg(BP_RecvRing *pstRing, uint16_t usMsgLen) {
     }
     BP_RingPeek(pstRing, pstBuf->pucData, usMsgLen);
     BP_Write(pstBuf->usLen, usMsgLen);
-    const struct sockaddr_in stFrom = BP_SourceAt(&pstRing->stSources, usMsgLen - 1U);
+    const struct sockaddr_in stFrom =
+        BP_SourceAt(&pstRing->stSources, usMsgLen - 1U, BP_GetProcInfo()->stPeerAddr);
     BP_MsgHdrOf(pstBuf)->usPeerPort = stFrom.sin_port;
     BP_MsgHdrOf(pstBuf)->ulPeerIP = stFrom.sin_addr.s_addr;
     BP_RingConsume(pstRing, usMsgLen);
@@ -205,6 +206,7 @@ uint32_t BP_CutMessages() {
 
 void BP_GiveUpHead(BP_RecvRing *pstRing) {
     BP_LOG_ERROR(BP_ERR_FAIL, "[%s]give up incomplete msg, %u bytes are there.", __func__, pstRing->ulUsedLen);
+    pstRing->lHeldSinceMs = 0; // what stands behind it has a time of its own
     if (pstRing->ulUsedLen >= BP_MSG_PREFIX_LEN) {
         BP_RingConsume(pstRing, BP_MSG_PREFIX_LEN);
         BP_GetNextMsgHdr(pstRing);

@@ -27,7 +27,8 @@ void BP_DropSource(BP_RecvSources *pstSources, uint32_t ulLen) {
     }
 }
 
-struct sockaddr_in BP_SourceAt(const BP_RecvSources *pstSources, uint32_t ulOffset) {
+struct sockaddr_in BP_SourceAt(const BP_RecvSources *pstSources, uint32_t ulOffset,
+                               const struct sockaddr_in &stDefault) {
     for (uint32_t i = 0; i < pstSources->ulNum; i++) {
         const auto &stSource = pstSources->astSource[(pstSources->ulFirst + i) % BP_RECV_SOURCE_NUM];
         if (ulOffset < stSource.ulLen) {
@@ -35,5 +36,5 @@ struct sockaddr_in BP_SourceAt(const BP_RecvSources *pstSources, uint32_t ulOffs
         }
         ulOffset -= stSource.ulLen;
     }
-    return {};
+    return stDefault;
 }

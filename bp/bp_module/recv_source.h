@@ -26,7 +26,8 @@ void BP_AddSource(BP_RecvSources *pstSources, uint32_t ulLen, const struct socka
 // The oldest ulLen bytes are gone.
 void BP_DropSource(BP_RecvSources *pstSources, uint32_t ulLen);
 
-// Who sent the byte that ulOffset older ones precede; all zero when nobody did.
-struct sockaddr_in BP_SourceAt(const BP_RecvSources *pstSources, uint32_t ulOffset);
+// Who sent the byte that ulOffset older ones precede; stDefault when that is not noted.
+struct sockaddr_in BP_SourceAt(const BP_RecvSources *pstSources, uint32_t ulOffset,
+                               const struct sockaddr_in &stDefault);
 
 #endif
