@@ -82,4 +82,10 @@ struct BP_SlabBuf {
     std::atomic<BP_ListCtrl *> pstQueue{nullptr};
 };
 
+// Adds the bits to the buffer's flag. Needs the lock of the queue that the buffer is in; when it is in none, of
+// its class.
+inline void BP_SetFlag(BP_SlabBuf *pstBuf, uint8_t ucBits) {
+    BP_Write(pstBuf->ucFlag, static_cast<uint8_t>(BP_Read(pstBuf->ucFlag) | ucBits));
+}
+
 #endif

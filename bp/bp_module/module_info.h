@@ -54,6 +54,7 @@ struct BP_ModuleInfo {
     std::atomic<uint32_t> ulRecvCnt{0};
     BP_ListNode stNode;
     BP_List<BP_AckWait> stAckWaitList; // requests waiting now; guarded by stAckQueue.semLock
+    bool bExempt = false;              // its thread may use the buffers' reserve
 };
 
 #endif

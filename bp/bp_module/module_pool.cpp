@@ -30,11 +30,15 @@ BP_ModuleInfo *BP_GetModuleByID(uint32_t ulModuleID) {
     return BP_FindModule([=](const BP_ModuleInfo &stModule) { return stModule.ulModuleID == ulModuleID; });
 }
 
-static BP_ModuleInfo *BP_GetThreadModule() {
-    const pthread_t ulSelf = pthread_self();
-    return BP_FindModule([=](const BP_ModuleInfo &stModule) {
-        return pthread_equal(BP_Read(stModule.ulThreadID), ulSelf) != 0;
-    });
+// Known, not searched for: every buffer that is taken asks.
+static thread_local BP_ModuleInfo *g_pstThreadModule;
+
+void BP_SetThreadModule(BP_ModuleInfo *pstModule) {
+    g_pstThreadModule = pstModule;
+}
+
+BP_ModuleInfo *BP_GetThreadModule() {
+    return g_pstThreadModule;
 }
 
 BP_ModuleInfo *BP_GetCurModule() {

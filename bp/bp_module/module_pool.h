@@ -16,6 +16,12 @@ void BP_InitModulePool(bool bFill);
 // The registered record with that ID, null when there is none. Any thread.
 BP_ModuleInfo *BP_GetModuleByID(uint32_t ulModuleID);
 
+// Makes the calling thread that record's for the rest of its life.
+void BP_SetThreadModule(BP_ModuleInfo *pstModule);
+
+// The record whose thread is the calling one, null for a thread of nobody's. Any thread.
+BP_ModuleInfo *BP_GetThreadModule();
+
 // The record whose thread is the calling one, else the process's main module, else null. Any thread.
 BP_ModuleInfo *BP_GetCurModule();
 

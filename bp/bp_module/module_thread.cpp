@@ -12,6 +12,7 @@
 void BP_BindModuleThread(BP_ModuleInfo *pstWorkModule) {
     // Registration stores the same value when pthread_create returns, which may be later than this.
     BP_Write(pstWorkModule->ulThreadID, pthread_self());
+    BP_SetThreadModule(pstWorkModule);
     BP_RecordThreadInfo(pstWorkModule->szModuleName);
 }
 

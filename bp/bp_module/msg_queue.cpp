@@ -52,7 +52,7 @@ static BP_SlabBuf *BP_FindByAssiId(const BP_ListCtrl *pstQueue, uint32_t ulAssiM
 static BP_SlabBuf *BP_Unqueue(BP_SlabBuf *pstBuf) {
     if (pstBuf != nullptr) {
         BP_List<BP_SlabBuf>::Remove(pstBuf);
-        pstBuf->ucFlag.fetch_or(BP_BUF_DEQUEUED, std::memory_order_relaxed);
+        BP_SetFlag(pstBuf, BP_BUF_DEQUEUED);
         pstBuf->pstQueue.store(nullptr, std::memory_order_release);
     }
     return pstBuf;
@@ -65,11 +65,9 @@ BP_SlabBuf *BP_ModuleGetMsg(BP_ListCtrl *pstMstCtrl, uint32_t enGetbyType, uint3
     }
     {
         const BP_SemGuard stGuard(pstMstCtrl->semLock);
-        if (pstMstCtrl->stUsedList.Empty()) {
-            return nullptr;
-        }
-        if (enGetbyType == BP_GET_FIRST) {
-            return BP_Unqueue(pstMstCtrl->stUsedList.First());
+        BP_SlabBuf *pstFirst = pstMstCtrl->stUsedList.First();
+        if (pstFirst == nullptr || enGetbyType == BP_GET_FIRST) {
+            return BP_Unqueue(pstFirst);
         }
         if (enGetbyType == BP_GET_BY_ASSI_ID) {
             return BP_Unqueue(BP_FindByAssiId(pstMstCtrl, ulAssiMsgId));

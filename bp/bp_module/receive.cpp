@@ -41,12 +41,12 @@ static int BP_ReadDatagram(BP_ProcInfo *pstProc) {
     if (lRead < 0) {
         return errno;
     }
+    pstProc->stPeerAddr = stFrom;
     if (!BP_IsFromLoopback(stFrom)) {
         BP_LOG_DEBUG("[%s]drop datagram from %x.", "BP_GetAndDispatchMsg", stFrom.sin_addr.s_addr);
     } else if (lRead > static_cast<ssize_t>(pstRing->ulFreeLen)) {
         BP_ReportReadError(EMSGSIZE);
     } else if (lRead > 0) {
-        pstProc->stPeerAddr = stFrom;
         BP_RingTakeIn(pstRing, static_cast<uint32_t>(lRead), stFrom);
     }
     return 0;

@@ -31,6 +31,7 @@ static void BP_InitModule(BP_ModuleInfo *pstModule, const BP_ModuleConfig *pstRo
     memcpy(pstModule->szModuleName, pstRow->szModuleName, sizeof(pstModule->szModuleName));
     pstModule->ulModuleID = pstRow->ulModuleID;
     pstModule->usProcID = BP_Read(pstRow->usProcID);
+    pstModule->bExempt = BP_IsExemptName(pstModule->szModuleName);
     BP_Write(pstModule->ulUsed, 1U);
     BP_Write(pstModule->ulAssiMsgSeq, 0U);
     BP_Write<pthread_t>(pstModule->ulThreadID, 0);

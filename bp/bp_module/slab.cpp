@@ -10,6 +10,12 @@
 
 static constexpr uint32_t BP_TIMER_PLENTY = 10; // free timer buffers above which a later shortage reports again
 
+// Which message class serves a size. Every class's size is a multiple of the grain, so that all sizes between
+// two multiples have the same one.
+static constexpr uint32_t BP_SLAB_GRAIN = 8;
+static constexpr uint32_t BP_SLAB_GRAIN_NUM = 16384 / BP_SLAB_GRAIN + 1;
+static uint8_t g_aucClassOf[BP_SLAB_GRAIN_NUM];
+
 BP_BufMgr g_stBPBufMgr;
 BP_BufLogMgr g_stBPbuffLogMgr;
 
@@ -21,9 +27,30 @@ static void BP_InitHeaders() {
         stBuf.usSlabId = 0;
         stBuf.pucData = nullptr;
         stBuf.stNode = BP_ListNode();
+        BP_Write<BP_ListCtrl *>(stBuf.pstQueue, nullptr);
         BP_Write<uint16_t>(stBuf.usLen, 0);
         BP_Write<uint8_t>(stBuf.ucFlag, 0);
         g_stBPBufMgr.stSpareList.PushFront(&stBuf);
+    }
+}
+
+// How many free buffers of a size stay back from callers without exemption; sizes not listed keep none back and
+// are never asked about.
+struct BP_SlabReserve {
+    uint32_t ulSize;
+    uint32_t ulKeep;
+};
+static constexpr BP_SlabReserve g_astReserve[] = {
+    {128, 10}, {256, 5}, {512, 2}, {1024, 0}, {2048, 0}, {4096, 0}, {16384, 0}, {8, 0},
+};
+
+static void BP_InitReserve(BP_SlabMgr &stSlab) {
+    stSlab.bReserved = false;
+    for (const BP_SlabReserve &stRow : g_astReserve) {
+        if (stRow.ulSize == stSlab.ulSize) {
+            stSlab.bReserved = true;
+            stSlab.ulKeep = stRow.ulKeep;
+        }
     }
 }
 
@@ -34,6 +61,7 @@ static uint8_t *BP_InitSlab(uint32_t ulClass, uint8_t *pucData) {
     stSlab.ulTotal = g_astSlabConfig[ulClass].ulNum;
     BP_Write(stSlab.ulFreeNum, stSlab.ulTotal);
     BP_Write(stSlab.ulUsedNum, 0U);
+    BP_InitReserve(stSlab);
     stSlab.semLock.Init(1);
     stSlab.stFreeList.Init();
     for (uint32_t i = 0; i < stSlab.ulTotal; i++) {
@@ -44,6 +72,17 @@ static uint8_t *BP_InitSlab(uint32_t ulClass, uint8_t *pucData) {
         pucData += stSlab.ulSize;
     }
     return pucData;
+}
+
+// The first class that is large enough, for every number of grains.
+static void BP_InitClassOf() {
+    for (uint32_t i = 0; i < BP_SLAB_GRAIN_NUM; i++) {
+        uint32_t ulClass = 0;
+        while (ulClass < BP_SLAB_CLASS_TIMER && g_astSlabConfig[ulClass].ulSize < i * BP_SLAB_GRAIN) {
+            ulClass++;
+        }
+        g_aucClassOf[i] = static_cast<uint8_t>(ulClass < BP_SLAB_CLASS_TIMER ? ulClass : BP_SLAB_CLASS_NUM);
+    }
 }
 
 uint32_t BP_InitBufManager() {
@@ -64,6 +103,7 @@ uint32_t BP_InitBufManager() {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to calloc new memory. size=%u", __func__, ulBytes);
         return BP_ERR_FAIL;
     }
+    BP_InitClassOf();
     uint8_t *pucNext = g_stBPBufMgr.pucData;
     for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
         pucNext = BP_InitSlab(i, pucNext);
@@ -79,22 +119,16 @@ uint32_t BP_InitBufManager() {
 
 // The class that serves a request, BP_SLAB_CLASS_NUM when none does.
 static uint32_t BP_ChooseSlab(uint32_t ulSize, uint32_t ulType) {
-    uint32_t ulClass = BP_SLAB_CLASS_NUM;
-    uint32_t ulEnd = BP_SLAB_CLASS_NUM;
+    const uint32_t ulGrains = ulSize / BP_SLAB_GRAIN + (ulSize % BP_SLAB_GRAIN != 0 ? 1 : 0);
     if (ulType == BP_SLAB_TYPE_MSG) {
-        ulClass = 0;
-        ulEnd = BP_SLAB_CLASS_TIMER;
-    } else if (ulType == BP_SLAB_TYPE_TIMER) {
-        ulClass = BP_SLAB_CLASS_TIMER;
+        return ulGrains < BP_SLAB_GRAIN_NUM ? g_aucClassOf[ulGrains] : BP_SLAB_CLASS_NUM;
     }
-    while (ulClass < ulEnd && g_stBPBufMgr.astSlab[ulClass].ulSize < ulSize) {
-        ulClass++;
-    }
-    return ulClass < ulEnd ? ulClass : BP_SLAB_CLASS_NUM;
+    return ulType == BP_SLAB_TYPE_TIMER && ulSize <= g_stBPBufMgr.astSlab[BP_SLAB_CLASS_TIMER].ulSize
+               ? BP_SLAB_CLASS_TIMER
+               : BP_SLAB_CLASS_NUM;
 }
 
-static bool BP_IsExemptCaller() {
-    const char *pcName = BP_GetCurThreadName();
+bool BP_IsExemptName(const char *pcName) {
     for (const char *pcExempt : {"ks", "ks_cmd", "MW_MWARE_cmd", "MW_IWARE_cmd"}) {
         if (strcmp(pcName, pcExempt) == 0) {
             return true;
@@ -103,15 +137,11 @@ static bool BP_IsExemptCaller() {
     return false;
 }
 
-// How many free buffers of a size stay back from callers without exemption; sizes not listed keep none back and
-// are never asked about.
-struct BP_SlabReserve {
-    uint32_t ulSize;
-    uint32_t ulKeep;
-};
-static constexpr BP_SlabReserve g_astReserve[] = {
-    {128, 10}, {256, 5}, {512, 2}, {1024, 0}, {2048, 0}, {4096, 0}, {16384, 0}, {8, 0},
-};
+// Threads that are no module's take few buffers and may look their name up.
+static bool BP_IsExemptCaller() {
+    const BP_ModuleInfo *pstModule = BP_GetThreadModule();
+    return pstModule != nullptr ? pstModule->bExempt : BP_IsExemptName(BP_GetCurThreadName());
+}
 
 uint32_t BP_IsSlabBufAvaliable(uint32_t ulClass) {
     if (ulClass >= BP_SLAB_CLASS_NUM) {
@@ -119,11 +149,9 @@ uint32_t BP_IsSlabBufAvaliable(uint32_t ulClass) {
     }
     const BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[ulClass];
     const uint32_t ulFree = BP_Read(stSlab.ulFreeNum);
-    for (const BP_SlabReserve &stRow : g_astReserve) {
-        if (stRow.ulSize == stSlab.ulSize && ulFree <= stRow.ulKeep) {
-            BP_LOG_DEBUG("[%s]slab buff(size %u) has only %u.", __func__, stSlab.ulSize, ulFree);
-            return 0;
-        }
+    if (stSlab.bReserved && ulFree <= stSlab.ulKeep) {
+        BP_LOG_DEBUG("[%s]slab buff(size %u) has only %u.", __func__, stSlab.ulSize, ulFree);
+        return 0;
     }
     return 1;
 }
@@ -168,9 +196,9 @@ static void BP_SlabCount(BP_SlabMgr &stSlab, uint32_t ulFreeNum) {
     BP_Write(stSlab.ulUsedNum, stSlab.ulTotal - ulFreeNum);
 }
 
-// Needs the class lock.
+// Needs the class lock, under which alone the number changes.
 static void BP_NextUse(BP_SlabBuf *pstBuf) {
-    pstBuf->ulUseSeq.fetch_add(1, std::memory_order_relaxed);
+    BP_Write(pstBuf->ulUseSeq, BP_Read(pstBuf->ulUseSeq) + 1);
 }
 
 static BP_SlabBuf *BP_SlabTake(BP_SlabMgr &stSlab, uint32_t ulSize) {
@@ -273,16 +301,34 @@ uint32_t BP_SlabUseSeq(const BP_SlabBuf *pstSlabBuf) {
     return BP_Read(pstSlabBuf->ulUseSeq);
 }
 
-void BP_SlabMarkTimeout(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq) {
-    const BP_SemGuard stGuard(g_stBPBufMgr.astSlab[pstSlabBuf->usSlabId].semLock);
-    if (BP_Read(pstSlabBuf->ulUseSeq) == ulUseSeq) {
-        pstSlabBuf->ucFlag.fetch_or(BP_BUF_TIMEOUT, std::memory_order_relaxed);
+// Needs the lock that guards the flag: of the queue that the buffer is in, else of its class.
+static void BP_MarkIfInUse(BP_SlabBuf *pstBuf, uint32_t ulUseSeq) {
+    if (BP_Read(pstBuf->ulUseSeq) == ulUseSeq) {
+        BP_SetFlag(pstBuf, BP_BUF_TIMEOUT);
     }
+}
+
+// The one place that looks for the lock: a mark is rare, while every message is queued and taken out again.
+void BP_SlabMarkTimeout(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq) {
+    BP_ListCtrl *pstQueue = pstSlabBuf->pstQueue.load(std::memory_order_acquire);
+    while (pstQueue != nullptr) {
+        const BP_SemGuard stGuard(pstQueue->semLock);
+        BP_ListCtrl *pstNow = pstSlabBuf->pstQueue.load(std::memory_order_acquire);
+        if (pstNow == pstQueue) {
+            BP_MarkIfInUse(pstSlabBuf, ulUseSeq);
+            return;
+        }
+        pstQueue = pstNow;
+    }
+    const BP_SemGuard stGuard(g_stBPBufMgr.astSlab[pstSlabBuf->usSlabId].semLock);
+    BP_MarkIfInUse(pstSlabBuf, ulUseSeq);
 }
 
 // Needs the class lock. Clears the bits, which must not be all that are set, and returns the flag as it was.
 static uint8_t BP_ClearFlag(BP_SlabBuf *pstBuf, uint8_t ucBits) {
-    return pstBuf->ucFlag.fetch_and(static_cast<uint8_t>(~ucBits), std::memory_order_relaxed);
+    const uint8_t ucFlag = BP_Read(pstBuf->ucFlag);
+    BP_Write(pstBuf->ucFlag, static_cast<uint8_t>(ucFlag & ~ucBits));
+    return ucFlag;
 }
 
 bool BP_SlabEndUse(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq) {

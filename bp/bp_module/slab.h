@@ -34,6 +34,9 @@ extern BP_BufLogMgr g_stBPbuffLogMgr;
 // Builds the pools from g_astSlabConfig. Once, by start-up. BP_OK or BP_ERR_FAIL.
 uint32_t BP_InitBufManager();
 
+// Whether the threads of a module or process of that name may use the reserve.
+bool BP_IsExemptName(const char *pcName);
+
 // Takes a buffer of at least ulSize bytes for a message (BP_SLAB_TYPE_MSG) or a notice (BP_SLAB_TYPE_TIMER),
 // with usLen set to ulSize. Null when no class of that type is large enough, the class is down to its reserve
 // and the caller is not exempt, or it is empty; callers report their own failure.
