@@ -177,19 +177,38 @@ void BP_LogSourceName(const char *pcFile, char *pcName) {
     snprintf(pcName, BP_LOG_SOURCE_SIZE, "%s%s", pcSnmp != nullptr ? "snmpd_" : "", pcRest);
 }
 
+// The date of a thread's last line. The local time's offset from UTC costs as much as the rest of a line, and
+// changes with a second if at all.
+struct BP_LogDate {
+    time_t lSecond; // both clocks, as they were read
+    time_t lCoarse;
+    char szDate[16];
+};
+static thread_local BP_LogDate g_stLogDate;
+
+static const char *BP_LogDateOf(time_t lSecond) {
+    const time_t lCoarse = time(nullptr);
+    if (g_stLogDate.szDate[0] == '\0' || g_stLogDate.lSecond != lSecond || g_stLogDate.lCoarse != lCoarse) {
+        bool bFailed = false;
+        const BP_Date stDate = BP_SecToDate(lSecond + BP_LocalOffset(lCoarse, &bFailed));
+        g_stLogDate.lSecond = lSecond;
+        g_stLogDate.lCoarse = lCoarse;
+        snprintf(g_stLogDate.szDate, sizeof(g_stLogDate.szDate), "%.2d-%.2d %.2d:%.2d:%.2d", stDate.lMonth,
+                 stDate.lDay, stDate.lHour, stDate.lMinute, stDate.lSecond);
+    }
+    return g_stLogDate.szDate;
+}
+
 static void BP_LogPrefix(uint32_t ulLevel, uint32_t ulCode, const char *pcFile, uint32_t ulLine,
                          char *pcPrefix) {
     struct timeval stNow;
     gettimeofday(&stNow, nullptr);
-    bool bFailed = false;
-    const BP_Date stDate = BP_SecToDate(stNow.tv_sec + BP_LocalOffset(time(nullptr), &bFailed));
     char szSource[BP_LOG_SOURCE_SIZE];
     BP_LogSourceName(pcFile, szSource);
     // Cutting an overlong prefix is meant; only a failed conversion leaves none.
-    const int lLen = snprintf(pcPrefix, BP_LOG_PREFIX_SIZE, "%.2d-%.2d %.2d:%.2d:%.2d %.3ld[%c(%u)][%s-%u]",
-                              stDate.lMonth, stDate.lDay, stDate.lHour, stDate.lMinute, stDate.lSecond,
-                              static_cast<long>(stNow.tv_usec / 1000), BP_LogLevelName(ulLevel)[0], ulCode,
-                              szSource, ulLine);
+    const int lLen = snprintf(pcPrefix, BP_LOG_PREFIX_SIZE, "%s %.3ld[%c(%u)][%s-%u]",
+                              BP_LogDateOf(stNow.tv_sec), static_cast<long>(stNow.tv_usec / 1000),
+                              BP_LogLevelName(ulLevel)[0], ulCode, szSource, ulLine);
     if (lLen < 0) {
         pcPrefix[0] = '\0';
     }
