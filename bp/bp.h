@@ -36,6 +36,7 @@
 
 #include "bp/bp_module/main_thread.h"
 #include "bp/bp_module/module_thread.h"
+#include "bp/bp_module/pace.h"
 #include "bp/bp_module/proc_init.h"
 #include "bp/bp_module/receive.h"
 #include "bp/bp_module/recv_ring.h"

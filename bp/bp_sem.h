@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <ctime>
 #include <semaphore.h>
 
 struct BP_Sem {
@@ -23,6 +24,21 @@ struct BP_Sem {
     void Wait() {
         while (sem_wait(&stSem) != 0 && errno == EINTR) {
         }
+    }
+    // The same for at most ulMs milliseconds; false when they are over.
+    bool WaitFor(uint32_t ulMs) {
+        struct timespec stEnd;
+        clock_gettime(CLOCK_MONOTONIC, &stEnd);
+        stEnd.tv_sec += ulMs / 1000;
+        stEnd.tv_nsec += static_cast<long>(ulMs % 1000) * 1000000;
+        if (stEnd.tv_nsec >= 1000000000) {
+            stEnd.tv_sec++;
+            stEnd.tv_nsec -= 1000000000;
+        }
+        int lRet = 0;
+        while ((lRet = sem_clockwait(&stSem, CLOCK_MONOTONIC, &stEnd)) != 0 && errno == EINTR) {
+        }
+        return lRet == 0;
     }
 };
 

@@ -1,12 +1,13 @@
 // A live process that is asked, and killed, stopped and restarted meanwhile.
 #include <csignal>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
 #include "tests/support/pty_session.h"
 
-// ulLimit is in seconds; 0 is one step of 10 ms, within which nothing is answered, as requests leave later.
+// ulLimit is in seconds; 0 is one step of 10 ms.
 static std::string Ask(uint32_t ulLimit) {
     char *pcAnswer = nullptr;
     const uint32_t ulRet = BP_SendCmdMsg("<display ptz >", BP_MODULE_ID_MWARE_CMD, 31060, ulLimit, &pcAnswer);
@@ -19,6 +20,13 @@ static std::unique_ptr<Child> StartMware() {
     auto pstMware = std::make_unique<Child>(std::vector<std::string>{KS_MWARE_PATH});
     EXPECT_TRUE(pstMware->WaitForOutput("ready"));
     return pstMware;
+}
+
+// Comes back when all its threads stand still.
+static void Stop(const Child &stMware) {
+    siginfo_t stInfo = {};
+    stMware.Signal(SIGSTOP);
+    waitid(P_PID, static_cast<id_t>(stMware.Pid()), &stInfo, WSTOPPED);
 }
 
 // KS_FAULT_ROUNDS asks for more rounds than an ordinary run has.
@@ -36,13 +44,13 @@ TEST(TargetFaults, EveryRoundEndsWithAnAnswerAndFullPools) {
             pstMware = StartMware();
             break;
         case 1: // what it did not answer in time it answers late
-            pstMware->Signal(SIGSTOP);
+            Stop(*pstMware);
             EXPECT_EQ(Ask(0), "error 1057");
             EXPECT_EQ(Ask(0), "error 1057");
             pstMware->Signal(SIGCONT);
             break;
         case 2: // killed with requests in its socket
-            pstMware->Signal(SIGSTOP);
+            Stop(*pstMware);
             for (int j = 0; j < 4; j++) {
                 EXPECT_EQ(Ask(0), "error 1057");
             }

@@ -7,18 +7,24 @@
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/module_thread.h"
 #include "bp/bp_module/msg_queue.h"
+#include "bp/bp_module/pace.h"
 #include "bp/bp_module/proc_info.h"
 #include "bp/bp_module/receive.h"
 #include "bp/bp_sendmsg/socket_send.h"
 #include "bp/bp_timer/timer_scan.h"
 
+static void BP_DeliverQueued(BP_ModuleInfo *pstMain) {
+    BP_ThreadRecvMsgProc(pstMain);
+    BP_MsgSocketSendProc();
+}
+
 static void BP_IdlePass(BP_ModuleInfo *pstMain) {
     BP_CheckTimerExpire();
     BP_ThreadTimerProc(pstMain);
-    BP_ThreadRecvMsgProc(pstMain);
-    BP_MsgSocketSendProc();
+    BP_DeliverQueued(pstMain);
     BP_DropAllStaleAcks();
     BP_ResumeReceive();
+    BP_PacePassDone();
 }
 
 static void BP_ServeEvents(const struct epoll_event *pastEvent, int lNum) {
@@ -41,12 +47,18 @@ void *BP_MainThreadProcMain(void *pstWorkModule) {
     BP_BindModuleThread(pstMain);
     for (;;) {
         struct epoll_event astEvent[BP_MAIN_EPOLL_EVENTS];
-        const int lNum =
-            epoll_wait(BP_GetProcInfo()->lEpollFd, astEvent, BP_MAIN_EPOLL_EVENTS, BP_MAIN_EPOLL_TIMEOUT);
-        if (lNum == 0) {
-            BP_IdlePass(pstMain);
-        } else if (lNum > 0) {
+        const int lWaitMs = BP_IsReceivePending() ? 0 : BP_PaceWaitMs();
+        const int lNum = epoll_wait(BP_GetProcInfo()->lEpollFd, astEvent, BP_MAIN_EPOLL_EVENTS, lWaitMs);
+        if (BP_IsReceivePending()) {
+            BP_GetAndDispatchMsg();
+        } else {
             BP_ServeEvents(astEvent, lNum);
+        }
+        const BP_PaceWork enWork = BP_PaceAfterWait(lNum);
+        if (enWork == BP_PACE_PASS) {
+            BP_IdlePass(pstMain);
+        } else if (enWork == BP_PACE_DELIVER) {
+            BP_DeliverQueued(pstMain);
         }
     }
 }

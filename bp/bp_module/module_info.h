@@ -30,6 +30,8 @@ struct BP_MsgProc {
 struct BP_AckWait {
     uint32_t ulAssiMsgId = 0;
     BP_ListNode stNode;
+    BP_Sem semAnswer{0}; // where its requester waits, at the prompt pace
+    int lEpollFd = -1;   // or sleeps, at the specified one
 };
 
 struct BP_ModuleInfo {

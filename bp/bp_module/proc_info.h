@@ -22,6 +22,7 @@ struct BP_RecvRing {
     uint32_t ulRdPos = 0;
     uint8_t *pucBuf = nullptr;
     bool bNoBuf = false;      // the oldest message found no buffer; the socket is left alone until it does
+    bool bUnread = false;     // datagrams may be left that no event will tell of
     int64_t lHeldSinceMs = 0; // since when the oldest message has been incomplete; 0 when it is not
     BP_RecvSources stSources = {};
 };

@@ -9,6 +9,7 @@
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/config.h"
 #include "bp/bp_module/module_pool.h"
+#include "bp/bp_module/pace.h"
 #include "bp/bp_module/proc_info.h"
 #include "bp/bp_module/recv_ring.h"
 #include "bp/bp_module/regist.h"
@@ -24,6 +25,7 @@ static constexpr int BP_EPOLL_SIZE = 256;
 static std::atomic<bool> g_bStarted{false};
 
 static uint32_t BP_FailTransport(const char *pcWhat) {
+    BP_ClosePace();
     BP_CloseTransport();
     BP_LOG_ERROR(BP_ERR_FAIL, "[%s]%s", g_szInitFunc, pcWhat);
     return BP_ERR_FAIL;
@@ -35,6 +37,9 @@ static uint32_t BP_InitTransport(BP_ProcInfo *pstProc, const BP_ProcConfig *pstR
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to create epoll.", g_szInitFunc);
         pstProc->lEpollFd = -1;
         return BP_ERR_FAIL;
+    }
+    if (BP_InitPace() != BP_OK) {
+        return BP_FailTransport("fail to init prompt delivery.");
     }
     BP_LOG_INFO("[%s]socket init %hu %s", g_szInitFunc, pstRow->usPort, pstRow->szIP);
     if (BP_InitSocket(BP_SOCK_MODE_LOCAL, BP_SOCK_TYPE_DGRAM, ntohl(inet_addr(pstRow->szIP)), pstRow->usPort, 0,

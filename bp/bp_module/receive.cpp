@@ -8,6 +8,7 @@
 
 #include "bp/bp_clock.h"
 #include "bp/bp_log/log.h"
+#include "bp/bp_module/pace.h"
 #include "bp/bp_module/proc_info.h"
 #include "bp/bp_module/recv_ring.h"
 
@@ -84,7 +85,8 @@ uint32_t BP_GetAndDispatchMsg() {
     BP_RecvRing *pstRing = &pstProc->stRecvRing;
     // The socket is edge-triggered: it must be read until it is empty, or what came together with one datagram
     // would wait for the next. That it is empty then is no failure.
-    bool bMayBeEmpty = pstRing->bNoBuf;
+    bool bMayBeEmpty = pstRing->bNoBuf || pstRing->bUnread;
+    pstRing->bUnread = false;
     if (pstRing->bNoBuf) {
         BP_CutMessages();
     }
@@ -103,7 +105,15 @@ uint32_t BP_GetAndDispatchMsg() {
         }
         bMayBeEmpty = true;
         BP_CutMessages();
+        if (!BP_PaceMayReadOn()) {
+            pstRing->bUnread = true;
+            return BP_OK;
+        }
     }
+}
+
+bool BP_IsReceivePending() {
+    return BP_GetProcInfo()->stRecvRing.bUnread;
 }
 
 void BP_ResumeReceive() {

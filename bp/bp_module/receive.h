@@ -17,10 +17,14 @@
 // behind it.
 constexpr int64_t BP_RECV_HOLD_MS = 1000;
 
-// Reads all datagrams that are waiting and delivers the messages in them, as far as there are buffers. BP_OK,
+// Reads all datagrams that are waiting and delivers the messages in them, as far as there are buffers and the
+// process's pace lets it. BP_OK,
 // or BP_ERR_FAIL when a read fails. A datagram larger than the ring is refused whole, with an ERROR line, and
 // counts as no failure.
 uint32_t BP_GetAndDispatchMsg();
+
+// Whether reading stopped for the pace's sake, so that it must go on without an event.
+bool BP_IsReceivePending();
 
 // Takes up receiving where a want of buffers or of the rest of a message had stopped it. For the idle pass.
 void BP_ResumeReceive();

@@ -7,6 +7,7 @@
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_queue.h"
+#include "bp/bp_module/pace.h"
 #include "bp/bp_module/slab.h"
 #include "bp/bp_sendmsg/message.h"
 
@@ -114,13 +115,15 @@ static BP_SlabBuf *BP_TakeMsg(BP_RecvRing *pstRing, uint16_t usMsgLen) {
     return pstBuf;
 }
 
-static uint32_t BP_Deliver(BP_ModuleInfo *pstDst, BP_SlabBuf *pstBuf, uint32_t ulMsgType, uint32_t *pulResult) {
-    BP_ListCtrl *pstQueue = ulMsgType == BP_MSG_TYPE_ACK ? &pstDst->stAckQueue : &pstDst->stMsgQueue;
+static uint32_t BP_Deliver(BP_ModuleInfo *pstDst, BP_SlabBuf *pstBuf, const BP_MsgHdr &stHdr,
+                           uint32_t *pulResult) {
+    BP_ListCtrl *pstQueue = stHdr.ulMsgType == BP_MSG_TYPE_ACK ? &pstDst->stAckQueue : &pstDst->stMsgQueue;
     *pulResult = BP_TRANS_DONE;
     if (BP_ModuleAddMsg(pstQueue, pstBuf) != BP_OK) {
         *pulResult = BP_TRANS_ADD_FAIL;
         BP_SlabFreeBuf(pstBuf);
     }
+    BP_PaceQueuedTo(pstDst, stHdr.ulMsgType, stHdr.AssiMsgId);
     if (BP_WakeupModule(pstDst->ulModuleID) != BP_OK) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to wakeup module id %u.", g_szTransFunc, pstDst->ulModuleID);
         return BP_ERR_FAIL;
@@ -164,7 +167,7 @@ uint32_t BP_TransMsgToModule(uint32_t *pulResult) {
         *pulResult = BP_TRANS_NO_BUF;
         return 0;
     }
-    return BP_Deliver(pstDst, pstBuf, stHdr.ulMsgType, pulResult);
+    return BP_Deliver(pstDst, pstBuf, stHdr, pulResult);
 }
 
 // Notes since when the oldest message has been waiting for its rest.

@@ -4,6 +4,7 @@
 #include "bp/bp_module/config.h"
 #include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_queue.h"
+#include "bp/bp_module/pace.h"
 #include "bp/bp_module/proc_info.h"
 #include "bp/bp_module/slab.h"
 #include "bp/bp_sendmsg/message.h"
@@ -39,16 +40,12 @@ static uint32_t BP_CheckSend(const BP_ModuleInfo *pstSrcModule, const BP_StructM
     return BP_OK;
 }
 
-// The queue a message goes to, null when its local destination is not registered.
-static BP_ListCtrl *BP_ChooseQueue(const BP_MsgHdr &stHdr, bool bLocal) {
-    if (!bLocal) {
+// The queue a message goes to; pstDst is its local destination, null for a remote one.
+static BP_ListCtrl *BP_ChooseQueue(BP_ModuleInfo *pstDst, uint32_t ulMsgType) {
+    if (pstDst == nullptr) {
         return &BP_GetProcInfo()->stSendQueue;
     }
-    BP_ModuleInfo *pstDst = BP_GetModuleByID(stHdr.ulModuleDstID);
-    if (pstDst == nullptr) {
-        return nullptr;
-    }
-    return stHdr.ulMsgType == BP_MSG_TYPE_ACK ? &pstDst->stAckQueue : &pstDst->stMsgQueue;
+    return ulMsgType == BP_MSG_TYPE_ACK ? &pstDst->stAckQueue : &pstDst->stMsgQueue;
 }
 
 static void BP_CountSend(uint32_t ulModuleID, uint32_t ulMsgCode) {
@@ -67,8 +64,8 @@ uint32_t BP_SendMsgProc(BP_ModuleInfo *pstSrcModule, BP_StructMsg *pstMsg) {
     // A copy: once the buffer is queued, its receiver may have given it back before the next line runs.
     const BP_MsgHdr stHdr = *BP_MsgHdrOf(pstMsg->pstSlabBuf);
     const bool bLocal = pstSrcModule->usProcID == stHdr.usDstProcID;
-    BP_ListCtrl *pstQueue = BP_ChooseQueue(stHdr, bLocal);
-    if (pstQueue == nullptr) {
+    BP_ModuleInfo *pstDst = bLocal ? BP_GetModuleByID(stHdr.ulModuleDstID) : nullptr;
+    if (bLocal && pstDst == nullptr) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s] dst module id %x is invalid.", __func__, stHdr.ulModuleDstID);
         return BP_ERR_FAIL;
     }
@@ -76,14 +73,19 @@ uint32_t BP_SendMsgProc(BP_ModuleInfo *pstSrcModule, BP_StructMsg *pstMsg) {
         // A received message that is sent on: the time-out mark of whoever requested it must not follow it.
         BP_SlabRenewUse(pstMsg->pstSlabBuf);
     }
-    ulRet = BP_ModuleAddMsg(pstQueue, pstMsg->pstSlabBuf);
+    ulRet = BP_ModuleAddMsg(BP_ChooseQueue(pstDst, stHdr.ulMsgType), pstMsg->pstSlabBuf);
     if (ulRet != BP_OK) {
         BP_LOG_ERROR(ulRet, "[%s]set msg To dst module fail.", __func__);
         return ulRet;
     }
     BP_CountSend(pstSrcModule->ulModuleID, stHdr.ulMsgCode);
     pstMsg->ulFlags |= BP_MSG_FLAG_SENT;
-    if (bLocal && BP_WakeupModule(stHdr.ulModuleDstID) != BP_OK) {
+    if (!bLocal) {
+        BP_PaceSendQueued();
+        return BP_OK;
+    }
+    BP_PaceQueuedTo(pstDst, stHdr.ulMsgType, stHdr.AssiMsgId);
+    if (BP_WakeupModule(stHdr.ulModuleDstID) != BP_OK) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to wakeup module id %u.", __func__, stHdr.ulModuleDstID);
         return BP_ERR_FAIL;
     }

@@ -2,40 +2,24 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <sys/epoll.h>
-#include <unistd.h>
 
-#include "bp/bp_clock.h"
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_queue.h"
+#include "bp/bp_module/pace.h"
 #include "bp/bp_module/slab.h"
 #include "bp/bp_sendmsg/message.h"
 #include "bp/bp_sendmsg/send.h"
 
 static constexpr char g_szSyncFunc[] = "BP_InnerSendSyncMsg";
-static constexpr int BP_SYNC_EPOLL_SIZE = 32;
-static constexpr int BP_SYNC_EPOLL_EVENTS = 10;
 
-// One step on an epoll instance that watches nothing. Signals do not shorten it, or a storm of them would use
-// up the limit, which is counted in steps.
-static void BP_SleepStep(int lEpollFd) {
-    struct epoll_event astEvent[BP_SYNC_EPOLL_EVENTS];
-    const int64_t lEnd = BP_NowMs() + BP_SYNC_POLL_MS;
-    int64_t lLeft = BP_SYNC_POLL_MS;
-    while (lLeft > 0 && epoll_wait(lEpollFd, astEvent, BP_SYNC_EPOLL_EVENTS, static_cast<int>(lLeft)) < 0) {
-        lLeft = lEnd - BP_NowMs();
-    }
-}
-
-static BP_SlabBuf *BP_PollAnswer(BP_ModuleInfo *pstModule, uint32_t ulAssiMsgId, int lEpollFd,
-                                 uint32_t ulLimitMs, uint32_t *pulElapsedMs) {
+static BP_SlabBuf *BP_PollAnswer(BP_ModuleInfo *pstModule, BP_AckWait *pstWait, uint32_t ulLimitMs,
+                                 uint32_t *pulElapsedMs) {
     BP_SlabBuf *pstAnswer = nullptr;
     *pulElapsedMs = 0;
     do {
-        BP_SleepStep(lEpollFd);
-        pstAnswer = BP_ModuleGetMsg(&pstModule->stAckQueue, BP_GET_BY_ASSI_ID, ulAssiMsgId);
-        *pulElapsedMs += BP_SYNC_POLL_MS;
+        *pulElapsedMs += BP_PaceStep(pstWait, ulLimitMs - *pulElapsedMs);
+        pstAnswer = BP_ModuleGetMsg(&pstModule->stAckQueue, BP_GET_BY_ASSI_ID, pstWait->ulAssiMsgId);
     } while (pstAnswer == nullptr && *pulElapsedMs < ulLimitMs);
     return pstAnswer;
 }
@@ -60,7 +44,7 @@ static uint32_t BP_LimitMs(uint32_t ulTimeout) {
 
 // Sends the announced request and waits for its answer.
 static uint32_t BP_SendAndWait(BP_ModuleInfo *pstModule, BP_StructMsg *pstMsg, const BP_MsgHdr &stHdr,
-                               uint32_t ulTimeout, BP_SlabBuf **ppstAnswer) {
+                               BP_AckWait *pstWait, uint32_t ulTimeout, BP_SlabBuf **ppstAnswer) {
     BP_SlabBuf *pstRequest = pstMsg->pstSlabBuf;
     if ((BP_Read(pstRequest->ucFlag) & BP_BUF_DEQUEUED) != 0) {
         BP_SlabRenewUse(pstRequest); // before its number is noted, or sending would change it
@@ -70,15 +54,14 @@ static uint32_t BP_SendAndWait(BP_ModuleInfo *pstModule, BP_StructMsg *pstMsg, c
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to send msg.", g_szSyncFunc);
         return BP_ERR_FAIL;
     }
-    const int lEpollFd = epoll_create(BP_SYNC_EPOLL_SIZE);
-    if (lEpollFd < 0) {
+    if (BP_PaceBeginWait(pstWait) != BP_OK) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to create epoll.", g_szSyncFunc);
         return BP_ERR_FAIL;
     }
     const uint32_t ulLimitMs = BP_LimitMs(ulTimeout);
     uint32_t ulElapsedMs = 0;
-    *ppstAnswer = BP_PollAnswer(pstModule, stHdr.AssiMsgId, lEpollFd, ulLimitMs, &ulElapsedMs);
-    close(lEpollFd);
+    *ppstAnswer = BP_PollAnswer(pstModule, pstWait, ulLimitMs, &ulElapsedMs);
+    BP_PaceEndWait(pstWait);
     if (*ppstAnswer != nullptr) {
         return BP_OK;
     }
@@ -112,7 +95,7 @@ uint32_t BP_InnerSendSyncMsg(uint32_t ulModuleDstID, uint32_t ulMsgCode, BP_Stru
     stWait.ulAssiMsgId = stHdr.AssiMsgId;
     BP_SlabBuf *pstAnswer = nullptr;
     BP_AnnounceAckWait(pstModule, &stWait);
-    const uint32_t ulRet = BP_SendAndWait(pstModule, pstMsg, stHdr, ulTimeout, &pstAnswer);
+    const uint32_t ulRet = BP_SendAndWait(pstModule, pstMsg, stHdr, &stWait, ulTimeout, &pstAnswer);
     BP_WithdrawAckWait(pstModule, &stWait);
     if (ulRet == BP_OK) {
         *pstRspMsg = BP_StructMsg{0, 0, pstAnswer};

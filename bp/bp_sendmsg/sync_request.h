@@ -14,8 +14,6 @@
 
 #include "bp/bp_msg_hdr.h"
 
-constexpr uint32_t BP_SYNC_POLL_MS = 10;
-
 // Sends pstMsg (made by BP_CreatStructMsg, header not filled in) and waits for at most ulTimeout seconds,
 // counted in steps of BP_SYNC_POLL_MS and always at least one. BP_OK with the answer in pstRspMsg, which the
 // caller erases; BP_ERR_SYNC_TIMEOUT; BP_ERR_PARAM for a missing handle or buffer; BP_ERR_FAIL when there is no

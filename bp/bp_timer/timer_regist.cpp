@@ -4,6 +4,7 @@
 
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/module_pool.h"
+#include "bp/bp_module/pace.h"
 #include "bp/bp_module/proc_info.h"
 #include "bp/bp_timer/notice.h"
 #include "bp/bp_timer/timer_calc.h"
@@ -91,8 +92,10 @@ uint32_t BP_RegistTimer(const BP_TimerParam *pstParam, uint32_t *pulTimerID) {
         BP_LOG_ERROR(ulRet, "[%s]%s timer of module id %u: %s.", __func__, BP_TimerTypeName(pstParam->ulType),
                      pstParam->ulModuleID,
                      ulRet == BP_ERR_TIMER_FULL ? "all timers are in use" : "would never fire");
+        return ulRet;
     }
-    return ulRet;
+    BP_PaceTimerSet();
+    return BP_OK;
 }
 
 static uint32_t BP_StartInterval(uint32_t ulType, uint32_t ulModuleID, int32_t lInterval,

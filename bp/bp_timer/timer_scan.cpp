@@ -1,5 +1,6 @@
 #include "bp/bp_timer/timer_scan.h"
 
+#include <algorithm>
 #include <sys/time.h>
 
 #include "bp/bp_log/log.h"
@@ -36,6 +37,22 @@ uint32_t BP_CheckTimerExpire() {
         pstTimer = pstNext;
     }
     return BP_OK;
+}
+
+uint32_t BP_MsToNextExpiry(uint32_t ulMaxMs) {
+    BP_ListCtrlOf<BP_Timer> &stCtrl = BP_GetProcInfo()->stTimerCtrl;
+    struct timeval stNow;
+    gettimeofday(&stNow, nullptr);
+    int64_t lMinUs = static_cast<int64_t>(ulMaxMs) * 1000;
+    const BP_SemGuard stGuard(stCtrl.semLock);
+    for (BP_Timer *pstTimer = stCtrl.stUsedList.First(); pstTimer != nullptr;
+         pstTimer = stCtrl.stUsedList.Next(pstTimer)) {
+        const int64_t lSec = BP_Read(pstTimer->stCurExpire.lSec) - stNow.tv_sec;
+        if (BP_IsActive(pstTimer) && lSec <= lMinUs / 1000000 + 1) {
+            lMinUs = std::min(lMinUs, lSec * 1000000 + BP_Read(pstTimer->stCurExpire.lUsec) - stNow.tv_usec);
+        }
+    }
+    return lMinUs <= 0 ? 0 : static_cast<uint32_t>((lMinUs + 999) / 1000);
 }
 
 static uint32_t BP_AdvanceTimer(BP_Timer *pstTimer) {

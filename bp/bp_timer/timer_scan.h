@@ -16,6 +16,10 @@
 // Always BP_OK. Main thread only.
 uint32_t BP_CheckTimerExpire();
 
+// The milliseconds until the first of the working timers fires, rounded up; ulMaxMs when none does before. Any
+// thread.
+uint32_t BP_MsToNextExpiry(uint32_t ulMaxMs);
+
 // Advances the timer and sends its notice. BP_OK; BP_ERR_NO_MODULE when the owner is not registered, and the
 // timer is as it was; BP_ERR_FAIL for any other failure, and this expiry is lost. The caller holds the pool
 // lock.

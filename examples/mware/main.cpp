@@ -3,7 +3,7 @@
 // Started without an argument (or with MW_MWARE) it is the camera's middleware: MW_CTRL steers the pan-tilt
 // head MW_PTZ, which reports to MW_ALM when it reaches the end of its travel. Started with MW_IWARE it is the
 // intercom's, which has no modules beside those of start-up and keeps the camera's controller ticking. Attach
-// to either with ks.
+// to either with ks. With "prompt" behind the name it sends and answers at once instead of in idle passes.
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
@@ -46,10 +46,12 @@ uint32_t MW_StartModule(const MW_Module &stModule) {
 
 int main(int argc, char **argv) {
     const MW_Process *pstProcess = MW_FindProcess(argc, argv);
-    if (pstProcess == nullptr) {
-        fprintf(stderr, "usage: mware [MW_MWARE|MW_IWARE]\n");
+    const bool bPrompt = argc > 2 && strcmp(argv[2], "prompt") == 0;
+    if (pstProcess == nullptr || argc > 3 || (argc > 2 && !bPrompt)) {
+        fprintf(stderr, "usage: mware [MW_MWARE|MW_IWARE [prompt]]\n");
         return 2;
     }
+    BP_SetPromptDelivery(bPrompt ? 1 : 0);
     if (BP_MwareInit(pstProcess->pcName, pstProcess->ulProcID) != BP_OK || BP_StartCmd() != BP_OK ||
         pstProcess->pfnStart() != BP_OK) {
         fprintf(stderr, "mware: start failed, see /var/log/%s00.log\n", pstProcess->pcName);

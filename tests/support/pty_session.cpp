@@ -12,6 +12,7 @@
 #include <utility>
 #include <utmp.h>
 
+#include "bp/bp.h"
 #include "tests/support/files.h"
 
 [[noreturn]] static void Exec(const std::vector<std::string> &aszArg) {
@@ -24,6 +25,27 @@
     _exit(127);
 }
 
+static bool g_bPromptPace;
+
+void TestChoosePace(bool bPrompt) {
+    g_bPromptPace = bPrompt;
+    BP_SetPromptDelivery(bPrompt ? 1 : 0);
+}
+
+bool TestIsPrompt() {
+    return g_bPromptPace;
+}
+
+static std::vector<std::string> WithPace(std::vector<std::string> aszArg) {
+    if (aszArg.size() == 1) {
+        aszArg.emplace_back("MW_MWARE");
+    }
+    if (g_bPromptPace) {
+        aszArg.emplace_back("prompt");
+    }
+    return aszArg;
+}
+
 Child::Child(const std::vector<std::string> &aszArg) {
     int alPipe[2];
     if (pipe2(alPipe, O_CLOEXEC) != 0) {
@@ -33,7 +55,7 @@ Child::Child(const std::vector<std::string> &aszArg) {
     if (lPid_ == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(alPipe[1], STDOUT_FILENO);
-        Exec(aszArg);
+        Exec(WithPace(aszArg));
     }
     close(alPipe[1]);
     lOut_ = alPipe[0];

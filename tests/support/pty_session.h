@@ -7,7 +7,12 @@
 #include <termios.h>
 #include <vector>
 
-// A child process without a terminal; ended by its ID when the record goes, or with the process that made it.
+// The pace of the process under test, and of the example processes that it starts. Before anything is started.
+void TestChoosePace(bool bPrompt);
+bool TestIsPrompt();
+
+// An example process, at that pace, without a terminal; ended by its ID when the record goes, or with the
+// process that made it.
 class Child {
 public:
     explicit Child(const std::vector<std::string> &aszArg);

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "bp/bp.h"
+#include "tests/support/pty_session.h"
 #include "tests/support/sandbox.h"
 
 // What the runtime leaves behind, as shell patterns. The names of thread information files are their process's
@@ -45,6 +47,7 @@ int main(int argc, char **argv) {
         TestUseMachine();
     }
     testing::InitGoogleTest(&argc, argv);
+    TestChoosePace(argc > 1 && strcmp(argv[1], "--prompt") == 0);
     const int lRet = RUN_ALL_TESTS();
     if (g_bOnMachine) {
         TestCleanMachine();

@@ -1,0 +1,165 @@
+#include "bp/bp_module/pace.h"
+
+#include <algorithm>
+#include <atomic>
+#include <ctime>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "bp/bp_clock.h"
+#include "bp/bp_log/log.h"
+#include "bp/bp_module/proc_info.h"
+#include "bp/bp_timer/timer_scan.h"
+
+static constexpr int BP_SYNC_EPOLL_SIZE = 32;
+
+static bool g_bPrompt; // constant once the process has started
+static int g_lWakeFd = -1;
+
+// Set by whoever has something for the main thread, taken back by it before it looks: only the first of them
+// needs to wake it.
+static std::atomic<bool> g_bQueued{false};
+static std::atomic<bool> g_bTimerSet{false};
+
+// The main thread's.
+static int64_t g_lPassDueMs;
+
+uint32_t BP_SetPromptDelivery(uint32_t ulOn) {
+    if (ulOn > 1) {
+        return BP_ERR_PARAM;
+    }
+    if (BP_GetProcInfo()->usProcID != 0) {
+        return BP_ERR_FAIL;
+    }
+    g_bPrompt = ulOn == 1;
+    return BP_OK;
+}
+
+uint32_t BP_InitPace() {
+    if (!g_bPrompt) {
+        return BP_OK;
+    }
+    g_lWakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    struct epoll_event stEvent = {};
+    stEvent.events = EPOLLIN | EPOLLET; // each write is an event of its own, so nobody needs to read
+    stEvent.data.fd = g_lWakeFd;
+    if (g_lWakeFd < 0 || epoll_ctl(BP_GetProcInfo()->lEpollFd, EPOLL_CTL_ADD, g_lWakeFd, &stEvent) != 0) {
+        BP_ClosePace();
+        return BP_ERR_FAIL;
+    }
+    return BP_OK;
+}
+
+void BP_ClosePace() {
+    if (g_lWakeFd >= 0) {
+        close(g_lWakeFd);
+    }
+    g_lWakeFd = -1;
+}
+
+static void BP_WakeMain(std::atomic<bool> &bReason) {
+    if (g_bPrompt && !bReason.exchange(true)) {
+        eventfd_write(g_lWakeFd, 1);
+    }
+}
+
+void BP_PaceSendQueued() {
+    BP_WakeMain(g_bQueued);
+}
+
+void BP_PaceTimerSet() {
+    BP_WakeMain(g_bTimerSet);
+}
+
+static void BP_WakeRequester(BP_ModuleInfo *pstModule, uint32_t ulAssiMsgId) {
+    // Under the lock, because the wait lives on its requester's stack.
+    const BP_SemGuard stGuard(pstModule->stAckQueue.semLock);
+    BP_AckWait *pstWait = pstModule->stAckWaitList.First();
+    while (pstWait != nullptr && pstWait->ulAssiMsgId != ulAssiMsgId) {
+        pstWait = pstModule->stAckWaitList.Next(pstWait);
+    }
+    if (pstWait != nullptr) {
+        pstWait->semAnswer.Post();
+    }
+}
+
+void BP_PaceQueuedTo(BP_ModuleInfo *pstDst, uint32_t ulMsgType, uint32_t ulAssiMsgId) {
+    if (!g_bPrompt) {
+        return;
+    }
+    if (ulMsgType == BP_MSG_TYPE_ACK) {
+        BP_WakeRequester(pstDst, ulAssiMsgId);
+    } else if (pstDst->ulModuleID == BP_MODULE_ID_MAIN) {
+        BP_WakeMain(g_bQueued);
+    }
+}
+
+int BP_PaceWaitMs() {
+    if (g_bPrompt && (g_bQueued || g_bTimerSet)) {
+        return 0;
+    }
+    const int64_t lNowMs = BP_NowMs();
+    if (g_lPassDueMs == 0) {
+        g_lPassDueMs = lNowMs + BP_MAIN_EPOLL_TIMEOUT;
+    }
+    return static_cast<int>(std::max<int64_t>(g_lPassDueMs - lNowMs, 0));
+}
+
+BP_PaceWork BP_PaceAfterWait(int lEvents) {
+    if (!g_bPrompt) {
+        // An event puts the work off; a signal does not, or a storm of them would put it off for ever.
+        g_lPassDueMs = lEvents > 0 ? 0 : g_lPassDueMs;
+        return lEvents == 0 ? BP_PACE_PASS : BP_PACE_NOTHING;
+    }
+    const bool bQueued = g_bQueued.exchange(false);
+    if (g_bTimerSet.exchange(false) || BP_NowMs() >= g_lPassDueMs) {
+        return BP_PACE_PASS;
+    }
+    return bQueued ? BP_PACE_DELIVER : BP_PACE_NOTHING;
+}
+
+void BP_PacePassDone() {
+    g_lPassDueMs = g_bPrompt ? BP_NowMs() + BP_MsToNextExpiry(BP_MAIN_EPOLL_TIMEOUT) : 0;
+}
+
+bool BP_PaceMayReadOn() {
+    return !g_bPrompt || !(g_bQueued || g_bTimerSet || BP_NowMs() >= g_lPassDueMs);
+}
+
+uint32_t BP_PaceBeginWait(BP_AckWait *pstWait) {
+    if (!g_bPrompt) {
+        pstWait->lEpollFd = epoll_create(BP_SYNC_EPOLL_SIZE);
+    }
+    return g_bPrompt || pstWait->lEpollFd >= 0 ? BP_OK : BP_ERR_FAIL;
+}
+
+void BP_PaceEndWait(BP_AckWait *pstWait) {
+    if (pstWait->lEpollFd >= 0) {
+        close(pstWait->lEpollFd);
+    }
+}
+
+// One step on an epoll instance that watches nothing. Signals do not shorten it, or a storm of them would use
+// up the limit, which is counted in steps.
+static uint32_t BP_SleepStep(int lEpollFd) {
+    struct epoll_event stEvent;
+    const int64_t lEnd = BP_NowMs() + BP_SYNC_POLL_MS;
+    int64_t lLeft = BP_SYNC_POLL_MS;
+    while (lLeft > 0 && epoll_wait(lEpollFd, &stEvent, 1, static_cast<int>(lLeft)) < 0) {
+        lLeft = lEnd - BP_NowMs();
+    }
+    return BP_SYNC_POLL_MS;
+}
+
+uint32_t BP_PaceStep(BP_AckWait *pstWait, uint32_t ulLeftMs) {
+    if (!g_bPrompt) {
+        return BP_SleepStep(pstWait->lEpollFd);
+    }
+    const uint32_t ulMs = ulLeftMs != 0 ? ulLeftMs : BP_SYNC_POLL_MS;
+    const int64_t lStart = BP_NowMs();
+    if (!pstWait->semAnswer.WaitFor(ulMs)) {
+        return ulMs;
+    }
+    return static_cast<uint32_t>(std::min<int64_t>(BP_NowMs() - lStart, ulMs));
+}

@@ -1,0 +1,170 @@
+// What the prompt pace adds: nothing waits for the process to be idle.
+#include <gtest/gtest.h>
+#include <mutex>
+#include <set>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
+
+#include "bp/bp.h"
+#include "tests/support/bus_peer.h"
+#include "tests/support/files.h"
+
+static constexpr uint32_t MW_CTRL = 0x90000001;
+static const char g_szLog[] = "/var/log/MW_MWARE00.log";
+
+static std::atomic<uint32_t> g_ulFired;
+static uint32_t OnTimer(uint32_t, uint32_t) {
+    g_ulFired++;
+    return BP_OK;
+}
+
+static std::atomic<uint32_t> g_ulSeen;
+static uint32_t OnMsg(uint32_t, BP_StructMsg *, uint32_t) {
+    g_ulSeen++;
+    return BP_OK;
+}
+
+static std::string Ask(uint32_t ulTimeout) {
+    char *pcAnswer = nullptr;
+    const uint32_t ulRet = BP_SendCmdMsg("x", BP_MODULE_ID_IWARE_CMD, 31060, ulTimeout, &pcAnswer);
+    const std::string szAnswer = ulRet == BP_OK ? pcAnswer : "error " + std::to_string(ulRet);
+    free(pcAnswer);
+    return szAnswer;
+}
+
+// Datagrams without a pause, so that a process of the specified pace is never idle, except where this thread
+// itself was kept from running.
+class Flood {
+public:
+    Flood()
+        : stThread_([this] {
+              BusSocket stSender;
+              const std::string szMsg = Bytes(MakeMsg(MW_CTRL, 7, "flood"));
+              int64_t lLast = BP_NowMs();
+              while (!bStop_) {
+                  stSender.SendTo(PORT_MWARE, szMsg);
+                  const int64_t lNow = BP_NowMs();
+                  ulGaps_ += lNow - lLast > 15;
+                  lLast = lNow;
+                  usleep(200);
+              }
+          }) {}
+    ~Flood() {
+        bStop_ = true;
+        stThread_.join();
+    }
+    uint32_t Gaps() const { return ulGaps_; }
+
+private:
+    std::atomic<bool> bStop_{false};
+    std::atomic<uint32_t> ulGaps_{0};
+    std::thread stThread_;
+};
+
+class Pace : public testing::Test {
+protected:
+    static void Start(uint32_t ulPrompt) {
+        ASSERT_EQ(BP_SetPromptDelivery(ulPrompt), BP_OK);
+        ASSERT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
+        ASSERT_EQ(BP_RegistModule("MW_CTRL", 1, nullptr), BP_OK);
+        ASSERT_EQ(BP_RegistMsgProc(MW_CTRL, BP_PROC_TABLE_NORMAL, 7, OnMsg, 0), BP_OK);
+        ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK);
+        ASSERT_EQ(BP_RegistMsgProc(BP_MODULE_ID_MAIN, BP_PROC_TABLE_NORMAL, 8, OnMsg, 0), BP_OK);
+    }
+    static void ExpectAllBack() { EXPECT_TRUE(AllSlabsRefill()); }
+};
+
+TEST_F(Pace, IsChosenBeforeTheStart) {
+    EXPECT_EQ(BP_SetPromptDelivery(2), BP_ERR_PARAM);
+    EXPECT_EQ(BP_SetPromptDelivery(1), BP_OK);
+    Start(0);
+    EXPECT_EQ(BP_SetPromptDelivery(1), BP_ERR_FAIL);
+}
+
+TEST_F(Pace, Prompt_NothingWaitsForAnIdlePass) {
+    ScriptedTarget stTarget(PORT_IWARE, AnswerAll("answer"));
+    Start(1);
+    {
+        const Flood stFlood;
+        ASSERT_TRUE(WaitFor([] { return g_ulSeen > 10; }));
+        EXPECT_EQ(Ask(10), "answer");
+        uint32_t ulTimerID = 0;
+        ASSERT_EQ(BP_StartCycleTimer(MW_CTRL, 5, OnTimer, 0, &ulTimerID), BP_OK);
+        EXPECT_TRUE(WaitFor([] { return g_ulFired > 20; }));
+        EXPECT_EQ(BP_UnregistTimer(ulTimerID), BP_OK);
+        ASSERT_EQ(BP_StartOnceTimer(BP_MODULE_ID_MAIN, 3, OnTimer, 0, &ulTimerID), BP_OK);
+        const uint32_t ulFired = g_ulFired;
+        EXPECT_TRUE(WaitFor([=] { return g_ulFired == ulFired + 1; }));
+    }
+    ExpectAllBack();
+}
+
+// The counterpart, without which the test above could not fail.
+TEST_F(Pace, Specified_WaitsForAnIdlePass) {
+    ScriptedTarget stTarget(PORT_IWARE, AnswerAll("answer"));
+    Start(0);
+    uint32_t ulTimerID = 0;
+    ASSERT_EQ(BP_StartCycleTimer(MW_CTRL, 5, OnTimer, 0, &ulTimerID), BP_OK);
+    uint32_t ulBefore = 0;
+    {
+        const Flood stFlood;
+        ASSERT_TRUE(WaitFor([] { return g_ulSeen > 10; }));
+        const uint32_t ulGaps = stFlood.Gaps();
+        ulBefore = g_ulFired;
+        Ask(1);
+        EXPECT_LE(g_ulFired - ulBefore, stFlood.Gaps() - ulGaps + 1); // of two hundred
+    }
+    EXPECT_TRUE(WaitFor([=] { return g_ulFired > ulBefore + 20; }));
+    EXPECT_EQ(Ask(10), "answer");
+    EXPECT_EQ(BP_UnregistTimer(ulTimerID), BP_OK);
+    ExpectAllBack();
+}
+
+// Threads that are no module's ask as the main module, all at once: each is woken by its own answer.
+TEST_F(Pace, Prompt_ManyRequestersGetTheirOwnAnswers) {
+    ScriptedTarget stTarget(PORT_IWARE, [](const WireMsg &stReq) {
+        return std::vector<std::string>{Bytes(MakeAck(stReq, std::to_string(stReq.stHdr.AssiMsgId)))};
+    });
+    Start(1);
+    std::mutex stLock;
+    std::set<std::string> aszAnswer;
+    std::vector<std::thread> astThread;
+    for (int i = 0; i < 8; i++) {
+        astThread.emplace_back([&] {
+            for (int j = 0; j < 500; j++) {
+                const std::string szAnswer = Ask(10);
+                const std::lock_guard<std::mutex> stGuard(stLock);
+                aszAnswer.insert(szAnswer);
+            }
+        });
+    }
+    for (std::thread &stThread : astThread) {
+        stThread.join();
+    }
+    EXPECT_EQ(aszAnswer.size(), 8U * 500);
+    ExpectAllBack();
+}
+
+TEST_F(Pace, Prompt_LimitIsTheWholeLimit) {
+    Start(1);
+    const int64_t lStart = BP_NowMs();
+    EXPECT_EQ(Ask(0), "error 1057");
+    EXPECT_EQ(Ask(1), "error 1057");
+    EXPECT_GE(BP_NowMs() - lStart, 1010);
+    const std::string szLog = ReadFile(g_szLog);
+    EXPECT_EQ(CountOf(szLog, "timeout(10 0)(ffffffff fffffffd),Cmd(31060)"), 1U);
+    EXPECT_EQ(CountOf(szLog, "timeout(1000 1000)(ffffffff fffffffd),Cmd(31060)"), 1U);
+    ExpectAllBack();
+}
+
+TEST_F(Pace, Prompt_WithoutADescriptorForIt_StartFails) {
+    BP_InitLog("MW_MWARE");
+    const int lNext = dup(STDIN_FILENO);
+    close(lNext);
+    const struct rlimit stLimit = {static_cast<rlim_t>(lNext) + 2, static_cast<rlim_t>(lNext) + 2};
+    setrlimit(RLIMIT_NOFILE, &stLimit); // the log's file and the epoll instance
+    ASSERT_EQ(BP_SetPromptDelivery(1), BP_OK);
+    EXPECT_EQ(BP_MwareInit("MW_MWARE", 101), BP_ERR_FAIL);
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_ProcInit]fail to init prompt delivery."), 1U);
+}
