@@ -29,6 +29,15 @@ protected:
     KeyFeeder stKeys_;
 };
 
+// The console reads its terminal byte by byte; here the stream reads ahead, which must make no difference.
+TEST_F(Editor, WhatTheStreamHoldsAlready_IsReadFirst) {
+    ungetc('\r', stdin);
+    EXPECT_EQ(Read(""), "");
+    ungetc('x', stdin);
+    EXPECT_EQ(Read("\x1B[Dy\rnext\r"), "xy");
+    EXPECT_EQ(Read(""), "next");
+}
+
 // Keys in, line and echo out.
 TEST_F(Editor, KeysMakeLines) {
     const std::string sz99(99, 'a');

@@ -21,6 +21,19 @@ TEST_F(ConsoleOnMware, SignalThatEndsIt_RestoresTheTerminal) {
     }
 }
 
+// As on a device whose shell has no job control.
+TEST_F(ConsoleOnMware, TerminalThatControlsNoSession_IsRestoredToo) {
+    PtySession stSetsid({"/usr/bin/setsid", "--wait", KS_PATH});
+    EnterDebugMode(&stSetsid);
+    const std::string szPid = std::to_string(stSetsid.Pid());
+    const pid_t lKs = atoi(ReadFile("/proc/" + szPid + "/task/" + szPid + "/children").c_str());
+    ASSERT_GT(lKs, 0);
+    EXPECT_FALSE(SameSettings(stSetsid.Settings(), stBefore_));
+    kill(lKs, SIGTERM);
+    stSetsid.WaitExit();
+    EXPECT_TRUE(SameSettings(stSetsid.Settings(), stBefore_));
+}
+
 TEST_F(ConsoleOnMware, StoppedAndContinued_TakesTheTerminalBack) {
     EnterDebugMode(pstKs_);
     const struct termios stRaw = pstKs_->Settings();

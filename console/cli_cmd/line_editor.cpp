@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -22,7 +23,6 @@ char g_szLineBuf[CLI_LINE_SIZE];
 char g_szSysPrompt[CLI_PROMPT_SIZE] = "MWare";
 
 static bool g_bInputEnded;
-static bool g_bKeyPutBack;
 
 bool CLI_IsInputEnded() {
     return g_bInputEnded;
@@ -33,19 +33,19 @@ char CLI_LastChar(const char *pcText) {
     return ulLen == 0 ? '\0' : pcText[ulLen - 1];
 }
 
-// Waits in poll, so that a signal is served at once; what was put back needs no wait.
-static void CLI_AwaitKey() {
+// Waits in poll, so that a signal is served at once, for as long as lTimeoutMs says. What the stream holds
+// already, put back or read ahead, needs no wait; libc has no function that tells.
+static void CLI_AwaitKey(int lTimeoutMs) {
     struct pollfd stPoll = {STDIN_FILENO, POLLIN, 0};
-    while (!g_bKeyPutBack && poll(&stPoll, 1, -1) < 0 && errno == EINTR) {
+    while (stdin->_IO_read_ptr >= stdin->_IO_read_end && poll(&stPoll, 1, lTimeoutMs) < 0 && errno == EINTR) {
     }
-    g_bKeyPutBack = false;
 }
 
 // The next byte, EOF when input has ended. What was echoed must be on the screen before the wait.
 static int CLI_ReadKey() {
     fflush(stdout);
     for (;;) {
-        CLI_AwaitKey();
+        CLI_AwaitKey(-1);
         errno = 0;
         const int lKey = getc(stdin);
         const int lErr = errno;
@@ -60,24 +60,31 @@ static int CLI_ReadKey() {
     }
 }
 
-uint8_t CLI_ReadPendingChar() {
+static int CLI_ReadWithoutWaiting() {
     const int lFlags = fcntl(STDIN_FILENO, F_GETFL);
     if (lFlags == -1 || fcntl(STDIN_FILENO, F_SETFL, lFlags | O_NONBLOCK) == -1) {
         return 0;
     }
     const int lKey = getc(stdin);
     clearerr(stdin); // "nothing there yet" must not be remembered as the end of input
-    if (fcntl(STDIN_FILENO, F_SETFL, lFlags) == -1) {
-        return 0;
-    }
+    return fcntl(STDIN_FILENO, F_SETFL, lFlags) == -1 ? 0 : lKey;
+}
+
+uint8_t CLI_ReadPendingChar() {
+    // The flag is the terminal's, not the console's: the shell would find it if a signal ended the console
+    // here.
+    sigset_t stAll;
+    sigset_t stOld;
+    sigfillset(&stAll);
+    pthread_sigmask(SIG_BLOCK, &stAll, &stOld);
+    const int lKey = CLI_ReadWithoutWaiting();
+    pthread_sigmask(SIG_SETMASK, &stOld, nullptr);
     return static_cast<uint8_t>(lKey);
 }
 
 // Over a slow line the bytes of one key come one by one; a lone ESC has nothing behind it.
 static uint8_t CLI_ReadSequenceChar() {
-    struct pollfd stPoll = {STDIN_FILENO, POLLIN, 0};
-    while (poll(&stPoll, 1, CLI_SEQUENCE_WAIT_MS) < 0 && errno == EINTR) {
-    }
+    CLI_AwaitKey(CLI_SEQUENCE_WAIT_MS);
     return CLI_ReadPendingChar();
 }
 
@@ -100,7 +107,6 @@ static void CLI_EraseKey(size_t *pulCursor) {
 // TAB and '?' end the line behind themselves: the Enter that does so is put back to be read next.
 static void CLI_StoreHelpKey(size_t *pulCursor, int lKey) {
     ungetc(CLI_KEY_ENTER, stdin);
-    g_bKeyPutBack = true;
     CLI_StoreKey(pulCursor, lKey);
 }
 

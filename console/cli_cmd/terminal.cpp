@@ -10,9 +10,11 @@
 // What the signal handlers find; null while the settings are the terminal's own.
 static std::atomic<const CLI_Terminal *> g_pstTerminal{nullptr};
 
-// In the background the terminal is somebody else's, and setting it would stop the console.
+// In the background the terminal is somebody else's, and setting it would stop the console. A terminal that
+// controls no session, as a device's shell may have it, has no foreground.
 static bool CLI_HasTerminal(const CLI_Terminal *pstTerminal) {
-    return pstTerminal != nullptr && tcgetpgrp(STDIN_FILENO) == getpgrp();
+    const pid_t lForeground = tcgetpgrp(STDIN_FILENO);
+    return pstTerminal != nullptr && (lForeground == -1 || lForeground == getpgrp());
 }
 
 // Puts the settings back and lets the signal do what it does without a handler: SA_RESETHAND has seen to that.

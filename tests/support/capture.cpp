@@ -35,7 +35,6 @@ KeyFeeder::KeyFeeder() {
     struct termios stRaw = {};
     cfmakeraw(&stRaw);
     openpty(&lMaster_, &lSlave_, nullptr, &stRaw, nullptr);
-    setvbuf(stdin, nullptr, _IONBF, 0); // as the console has it
 }
 
 KeyFeeder::~KeyFeeder() {
