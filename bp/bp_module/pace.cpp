@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <atomic>
-#include <ctime>
+#include <initializer_list>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include "bp/bp_clock.h"
@@ -16,6 +17,7 @@ static constexpr int BP_SYNC_EPOLL_SIZE = 32;
 
 static bool g_bPrompt; // constant once the process has started
 static int g_lWakeFd = -1;
+static int g_lTimerFd = -1;
 
 // Set by whoever has something for the main thread, taken back by it before it looks: only the first of them
 // needs to wake it.
@@ -36,26 +38,49 @@ uint32_t BP_SetPromptDelivery(uint32_t ulOn) {
     return BP_OK;
 }
 
+static bool BP_Watch(int lFd) {
+    struct epoll_event stEvent = {};
+    stEvent.events = EPOLLIN | EPOLLET; // each write or expiry is an event of its own, so nobody needs to read
+    stEvent.data.fd = lFd;
+    return lFd >= 0 && epoll_ctl(BP_GetProcInfo()->lEpollFd, EPOLL_CTL_ADD, lFd, &stEvent) == 0;
+}
+
+// The next pass is in so many milliseconds. A timer that stays set from pass to pass costs less than a limit to
+// each wait.
+static void BP_SetPassDue(uint32_t ulMs) {
+    const struct itimerspec stDue = {{}, {0, ulMs != 0 ? static_cast<long>(ulMs) * 1000000 : 1}};
+    g_lPassDueMs = BP_NowMs() + ulMs;
+    timerfd_settime(g_lTimerFd, 0, &stDue, nullptr);
+}
+
 uint32_t BP_InitPace() {
     if (!g_bPrompt) {
         return BP_OK;
     }
     g_lWakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-    struct epoll_event stEvent = {};
-    stEvent.events = EPOLLIN | EPOLLET; // each write is an event of its own, so nobody needs to read
-    stEvent.data.fd = g_lWakeFd;
-    if (g_lWakeFd < 0 || epoll_ctl(BP_GetProcInfo()->lEpollFd, EPOLL_CTL_ADD, g_lWakeFd, &stEvent) != 0) {
+    g_lTimerFd = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+    if (!BP_Watch(g_lWakeFd) || !BP_Watch(g_lTimerFd)) {
         BP_ClosePace();
         return BP_ERR_FAIL;
     }
+    BP_SetPassDue(BP_MAIN_EPOLL_TIMEOUT);
     return BP_OK;
 }
 
 void BP_ClosePace() {
-    if (g_lWakeFd >= 0) {
-        close(g_lWakeFd);
+    for (int *plFd : {&g_lWakeFd, &g_lTimerFd}) {
+        if (*plFd >= 0) {
+            close(*plFd);
+        }
+        *plFd = -1;
     }
-    g_lWakeFd = -1;
+}
+
+uint32_t BP_PaceSocketEvents() {
+    // That a datagram has been read at the other end makes the socket writable anew, which nobody wants to
+    // know: at the specified pace it is an event like any other, at the prompt one it would only wake the main
+    // thread.
+    return g_bPrompt ? EPOLLIN | EPOLLET : EPOLLIN | EPOLLOUT | EPOLLET;
 }
 
 static void BP_WakeMain(std::atomic<bool> &bReason) {
@@ -96,8 +121,8 @@ void BP_PaceQueuedTo(BP_ModuleInfo *pstDst, uint32_t ulMsgType, uint32_t ulAssiM
 }
 
 int BP_PaceWaitMs() {
-    if (g_bPrompt && (g_bQueued || g_bTimerSet)) {
-        return 0;
+    if (g_bPrompt) {
+        return g_bQueued || g_bTimerSet ? 0 : -1;
     }
     const int64_t lNowMs = BP_NowMs();
     if (g_lPassDueMs == 0) {
@@ -120,7 +145,11 @@ BP_PaceWork BP_PaceAfterWait(int lEvents) {
 }
 
 void BP_PacePassDone() {
-    g_lPassDueMs = g_bPrompt ? BP_NowMs() + BP_MsToNextExpiry(BP_MAIN_EPOLL_TIMEOUT) : 0;
+    if (g_bPrompt) {
+        BP_SetPassDue(BP_MsToNextExpiry(BP_MAIN_EPOLL_TIMEOUT));
+    } else {
+        g_lPassDueMs = 0;
+    }
 }
 
 bool BP_PaceMayReadOn() {

@@ -32,6 +32,9 @@ uint32_t BP_InitPace();
 // Gives back what BP_InitPace took. For a start that fails further on.
 void BP_ClosePace();
 
+// The events that the socket is watched for.
+uint32_t BP_PaceSocketEvents();
+
 // A message was put on the send queue. Any thread, as for the next two.
 void BP_PaceSendQueued();
 
@@ -43,7 +46,7 @@ void BP_PaceTimerSet();
 
 // The main thread's own from here on.
 
-// How many milliseconds it may wait for events.
+// How many milliseconds it may wait for events; -1: until there is one.
 int BP_PaceWaitMs();
 
 // What it is to do after a wait that brought lEvents events, or failed (-1).

@@ -143,14 +143,23 @@ static bool BP_IsExemptCaller() {
     return pstModule != nullptr ? pstModule->bExempt : BP_IsExemptName(BP_GetCurThreadName());
 }
 
+// Whether so many free buffers are the others' reserve.
+static bool BP_IsReserve(const BP_SlabMgr &stSlab, uint32_t ulFree) {
+    return stSlab.bReserved && ulFree <= stSlab.ulKeep;
+}
+
+static void BP_LogReserve(const BP_SlabMgr &stSlab, uint32_t ulFree) {
+    BP_LOG_DEBUG("[%s]slab buff(size %u) has only %u.", "BP_IsSlabBufAvaliable", stSlab.ulSize, ulFree);
+}
+
 uint32_t BP_IsSlabBufAvaliable(uint32_t ulClass) {
     if (ulClass >= BP_SLAB_CLASS_NUM) {
         return 0;
     }
     const BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[ulClass];
     const uint32_t ulFree = BP_Read(stSlab.ulFreeNum);
-    if (stSlab.bReserved && ulFree <= stSlab.ulKeep) {
-        BP_LOG_DEBUG("[%s]slab buff(size %u) has only %u.", __func__, stSlab.ulSize, ulFree);
+    if (BP_IsReserve(stSlab, ulFree)) {
+        BP_LogReserve(stSlab, ulFree);
         return 0;
     }
     return 1;
@@ -183,10 +192,9 @@ static void BP_ReportShortage(uint32_t ulSize, uint32_t ulType) {
     pthread_mutex_unlock(&g_stBPbuffLogMgr.stLock);
 }
 
-static void BP_OpenTimerLatch(uint32_t ulClass, uint32_t ulType) {
+static void BP_OpenTimerLatch(uint32_t ulFree) {
     std::atomic<uint32_t> &ulLatch = g_stBPbuffLogMgr.aulLatch[BP_BUF_LOG_TIMER];
-    if (ulType == BP_SLAB_TYPE_TIMER && BP_Read(ulLatch) != 0 &&
-        BP_Read(g_stBPBufMgr.astSlab[ulClass].ulFreeNum) > BP_TIMER_PLENTY) {
+    if (BP_Read(ulLatch) != 0 && ulFree > BP_TIMER_PLENTY) {
         BP_Write(ulLatch, 0U);
     }
 }
@@ -201,15 +209,27 @@ static void BP_NextUse(BP_SlabBuf *pstBuf) {
     BP_Write(pstBuf->ulUseSeq, BP_Read(pstBuf->ulUseSeq) + 1);
 }
 
-static BP_SlabBuf *BP_SlabTake(BP_SlabMgr &stSlab, uint32_t ulSize) {
-    const BP_SemGuard stGuard(stSlab.semLock);
-    BP_SlabBuf *pstBuf = stSlab.stFreeList.PopFront();
-    if (pstBuf != nullptr) {
-        BP_Write(pstBuf->ucFlag, BP_BUF_TAKEN);
-        BP_Write(pstBuf->usLen, static_cast<uint16_t>(ulSize));
-        BP_NextUse(pstBuf);
-        BP_SlabCount(stSlab, BP_Read(stSlab.ulFreeNum) - 1);
+// Takes the first free buffer, unless what is free is a reserve that must be left. How many were free stands at
+// pulFree: looking at the count before the lock is held would cost contending threads as much again.
+static BP_SlabBuf *BP_SlabTake(BP_SlabMgr &stSlab, uint32_t ulSize, bool bLeaveReserve, uint32_t *pulFree) {
+    BP_SlabBuf *pstBuf = nullptr;
+    {
+        const BP_SemGuard stGuard(stSlab.semLock);
+        *pulFree = BP_Read(stSlab.ulFreeNum);
+        if (bLeaveReserve && BP_IsReserve(stSlab, *pulFree)) {
+            return nullptr;
+        }
+        pstBuf = stSlab.stFreeList.PopFront();
+        if (pstBuf == nullptr) {
+            return nullptr;
+        }
+        BP_SlabCount(stSlab, *pulFree - 1);
     }
+    // On no list and marked free it is touched by nobody else, so the lock need not be held any longer. The new
+    // use begins before the mark goes: who still holds the old one and frees it again must see one of the two.
+    BP_NextUse(pstBuf);
+    BP_Write(pstBuf->usLen, static_cast<uint16_t>(ulSize));
+    pstBuf->ucFlag.store(BP_BUF_TAKEN, std::memory_order_release);
     return pstBuf;
 }
 
@@ -218,14 +238,18 @@ BP_SlabBuf *BP_SlabGetBuf(uint32_t ulSize, uint32_t ulType) {
     if (ulClass == BP_SLAB_CLASS_NUM) {
         return nullptr;
     }
-    if (!BP_IsExemptCaller()) {
-        if (BP_IsSlabBufAvaliable(ulClass) == 0) {
-            BP_ReportShortage(ulSize, ulType);
-            return nullptr;
-        }
-        BP_OpenTimerLatch(ulClass, ulType);
+    BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[ulClass];
+    const bool bExempt = BP_IsExemptCaller();
+    uint32_t ulFree = 0;
+    BP_SlabBuf *pstBuf = BP_SlabTake(stSlab, ulSize, !bExempt, &ulFree);
+    if (!bExempt && BP_IsReserve(stSlab, ulFree)) {
+        BP_LogReserve(stSlab, ulFree);
+        BP_ReportShortage(ulSize, ulType);
+        return nullptr;
     }
-    BP_SlabBuf *pstBuf = BP_SlabTake(g_stBPBufMgr.astSlab[ulClass], ulSize);
+    if (!bExempt && ulType == BP_SLAB_TYPE_TIMER) {
+        BP_OpenTimerLatch(ulFree);
+    }
     if (pstBuf == nullptr) {
         BP_LOG_DEBUG("[%s]fail to get buf from slab manager %d.", __func__, static_cast<int>(ulClass));
     }
@@ -237,7 +261,7 @@ BP_SlabBuf *BP_SlabGetBuf(uint32_t ulSize, uint32_t ulType) {
 static bool BP_SlabGiveBack(BP_SlabBuf *pstBuf, uint32_t ulUseSeq) {
     BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[pstBuf->usSlabId];
     const BP_SemGuard stGuard(stSlab.semLock);
-    if (BP_Read(pstBuf->ucFlag) == 0 || BP_Read(pstBuf->ulUseSeq) != ulUseSeq) {
+    if (pstBuf->ucFlag.load(std::memory_order_acquire) == 0 || BP_Read(pstBuf->ulUseSeq) != ulUseSeq) {
         return false;
     }
     BP_Write<uint8_t>(pstBuf->ucFlag, 0);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "bp/bp_log/log.h"
+#include "bp/bp_module/pace.h"
 #include "bp/bp_module/proc_info.h"
 
 static void BP_CloseFd(int *plFd) {
@@ -66,7 +67,7 @@ static bool BP_PrepareSocket(int lSocket, uint32_t ulSockType, uint32_t ulLocIP,
         return false;
     }
     struct epoll_event stEvent = {};
-    stEvent.events = EPOLLIN | EPOLLOUT | EPOLLET;
+    stEvent.events = BP_PaceSocketEvents();
     stEvent.data.fd = lSocket;
     if (epoll_ctl(BP_GetProcInfo()->lEpollFd, EPOLL_CTL_ADD, lSocket, &stEvent) != 0) {
         BP_LOG_WARN(BP_ERR_FAIL, "[%s]fail to add socket to epoll.", szFunc);
