@@ -24,7 +24,7 @@ static void BP_IdlePass(BP_ModuleInfo *pstMain) {
     BP_DeliverQueued(pstMain);
     BP_DropAllStaleAcks();
     BP_ResumeReceive();
-    BP_PacePassDone();
+    BP_PacePassDone(BP_MsToNextExpiry);
 }
 
 static void BP_ServeEvents(const struct epoll_event *pastEvent, int lNum) {

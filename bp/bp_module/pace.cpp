@@ -11,7 +11,6 @@
 #include "bp/bp_clock.h"
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/proc_info.h"
-#include "bp/bp_timer/timer_scan.h"
 
 static constexpr int BP_SYNC_EPOLL_SIZE = 32;
 
@@ -26,6 +25,7 @@ static std::atomic<bool> g_bTimerSet{false};
 
 // The main thread's.
 static int64_t g_lPassDueMs;
+static bool g_bTimerArmed; // for that time
 
 uint32_t BP_SetPromptDelivery(uint32_t ulOn) {
     if (ulOn > 1) {
@@ -45,12 +45,13 @@ static bool BP_Watch(int lFd) {
     return lFd >= 0 && epoll_ctl(BP_GetProcInfo()->lEpollFd, EPOLL_CTL_ADD, lFd, &stEvent) == 0;
 }
 
-// The next pass is in so many milliseconds. A timer that stays set from pass to pass costs less than a limit to
-// each wait.
-static void BP_SetPassDue(uint32_t ulMs) {
-    const struct itimerspec stDue = {{}, {0, ulMs != 0 ? static_cast<long>(ulMs) * 1000000 : 1}};
-    g_lPassDueMs = BP_NowMs() + ulMs;
+// Where waits end by events before the pass is due, a timer that stays set from pass to pass costs less than a
+// limit to each wait; where they end by their limit, the limit does.
+static void BP_ArmPassTimer() {
+    const int64_t lMs = std::max<int64_t>(g_lPassDueMs - BP_NowMs(), 0);
+    const struct itimerspec stDue = {{}, {0, lMs != 0 ? static_cast<long>(lMs) * 1000000 : 1}};
     timerfd_settime(g_lTimerFd, 0, &stDue, nullptr);
+    g_bTimerArmed = true;
 }
 
 uint32_t BP_InitPace() {
@@ -63,7 +64,6 @@ uint32_t BP_InitPace() {
         BP_ClosePace();
         return BP_ERR_FAIL;
     }
-    BP_SetPassDue(BP_MAIN_EPOLL_TIMEOUT);
     return BP_OK;
 }
 
@@ -121,8 +121,11 @@ void BP_PaceQueuedTo(BP_ModuleInfo *pstDst, uint32_t ulMsgType, uint32_t ulAssiM
 }
 
 int BP_PaceWaitMs() {
-    if (g_bPrompt) {
-        return g_bQueued || g_bTimerSet ? 0 : -1;
+    if (g_bPrompt && (g_bQueued || g_bTimerSet)) {
+        return 0;
+    }
+    if (g_bTimerArmed) {
+        return -1;
     }
     const int64_t lNowMs = BP_NowMs();
     if (g_lPassDueMs == 0) {
@@ -131,25 +134,30 @@ int BP_PaceWaitMs() {
     return static_cast<int>(std::max<int64_t>(g_lPassDueMs - lNowMs, 0));
 }
 
-BP_PaceWork BP_PaceAfterWait(int lEvents) {
-    if (!g_bPrompt) {
-        // An event puts the work off; a signal does not, or a storm of them would put it off for ever.
-        g_lPassDueMs = lEvents > 0 ? 0 : g_lPassDueMs;
-        return lEvents == 0 ? BP_PACE_PASS : BP_PACE_NOTHING;
-    }
+static BP_PaceWork BP_AfterSpecifiedWait(int lEvents) {
+    // An event puts the work off; a signal does not, or a storm of them would put it off for ever.
+    g_lPassDueMs = lEvents > 0 ? 0 : g_lPassDueMs;
+    return lEvents == 0 ? BP_PACE_PASS : BP_PACE_NOTHING;
+}
+
+static BP_PaceWork BP_AfterPromptWait(int lEvents) {
     const bool bQueued = g_bQueued.exchange(false);
     if (g_bTimerSet.exchange(false) || BP_NowMs() >= g_lPassDueMs) {
         return BP_PACE_PASS;
     }
+    if (lEvents > 0 && !g_bTimerArmed) {
+        BP_ArmPassTimer();
+    }
     return bQueued ? BP_PACE_DELIVER : BP_PACE_NOTHING;
 }
 
-void BP_PacePassDone() {
-    if (g_bPrompt) {
-        BP_SetPassDue(BP_MsToNextExpiry(BP_MAIN_EPOLL_TIMEOUT));
-    } else {
-        g_lPassDueMs = 0;
-    }
+BP_PaceWork BP_PaceAfterWait(int lEvents) {
+    return g_bPrompt ? BP_AfterPromptWait(lEvents) : BP_AfterSpecifiedWait(lEvents);
+}
+
+void BP_PacePassDone(uint32_t (*pfnMsToNext)(uint32_t ulMaxMs)) {
+    g_bTimerArmed = false;
+    g_lPassDueMs = g_bPrompt ? BP_NowMs() + pfnMsToNext(BP_MAIN_EPOLL_TIMEOUT) : 0;
 }
 
 bool BP_PaceMayReadOn() {

@@ -53,8 +53,9 @@ int BP_PaceWaitMs();
 enum BP_PaceWork : uint32_t { BP_PACE_NOTHING, BP_PACE_DELIVER, BP_PACE_PASS };
 BP_PaceWork BP_PaceAfterWait(int lEvents);
 
-// The periodic work has been done.
-void BP_PacePassDone();
+// The periodic work has been done; pfnMsToNext tells in how many milliseconds the timers need it again, at most
+// ulMaxMs.
+void BP_PacePassDone(uint32_t (*pfnMsToNext)(uint32_t ulMaxMs));
 
 // Whether it may read a further datagram before it looks after everything else again.
 bool BP_PaceMayReadOn();

@@ -139,7 +139,10 @@ bool BP_IsExemptName(const char *pcName) {
 
 // Threads that are no module's take few buffers and may look their name up.
 static bool BP_IsExemptCaller() {
-    const BP_ModuleInfo *pstModule = BP_GetThreadModule();
+    static thread_local const BP_ModuleInfo *pstModule = nullptr; // asked for once a thread
+    if (pstModule == nullptr) {
+        pstModule = BP_GetThreadModule();
+    }
     return pstModule != nullptr ? pstModule->bExempt : BP_IsExemptName(BP_GetCurThreadName());
 }
 
