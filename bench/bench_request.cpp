@@ -75,8 +75,9 @@ static void Report(benchmark::State &state, std::vector<double> *padTook) {
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
 }
 
-// Asks again and again, after a pause of up to dPause seconds each time.
-static void AskOften(benchmark::State &state, const BenchExchange &stExchange, double dPause) {
+// Asks again and again, after a pause of up to dPause seconds each time. A datagram may be lost where the
+// kernel's queue is full, which counts as the time until the requester gives up.
+static void AskOften(benchmark::State &state, const BenchExchange &stExchange, double dPause, bool bMayLose) {
     std::minstd_rand stRandom(1);
     std::uniform_real_distribution<double> stPause(0, dPause);
     std::vector<double> adTook;
@@ -88,7 +89,7 @@ static void AskOften(benchmark::State &state, const BenchExchange &stExchange, d
         const bool bAnswered = stExchange.pfnAsk();
         adTook.push_back(BenchNow() - dStart);
         state.SetIterationTime(adTook.back());
-        if (!bAnswered) {
+        if (!bAnswered && !bMayLose) {
             state.SkipWithError("no answer");
             break;
         }
@@ -96,14 +97,14 @@ static void AskOften(benchmark::State &state, const BenchExchange &stExchange, d
     Report(state, &adTook);
 }
 
-static void Exchange(benchmark::State &state, const BenchExchange &stExchange, double dPause) {
+static void Exchange(benchmark::State &state, const BenchExchange &stExchange, double dPause, bool bMayLose) {
     BenchPin(0);
     const pid_t lServer = StartServer(stExchange);
     if (lServer < 0 || !stExchange.pfnConnect()) {
         state.SkipWithError("no server");
     } else {
         stExchange.pfnAsk();
-        AskOften(state, stExchange, dPause);
+        AskOften(state, stExchange, dPause, bMayLose);
         stExchange.pfnDisconnect();
     }
     if (lServer >= 0) {
@@ -143,7 +144,7 @@ static void UnderLoad(benchmark::State &state) {
     if (lFlood == 0) {
         Flood();
     }
-    Exchange(state, g_stRuntimeExchange, 0.001);
+    Exchange(state, g_stRuntimeExchange, 0.001, true);
     End(lFlood);
 }
 
@@ -151,8 +152,6 @@ static void UnderLoad(benchmark::State &state) {
 // does, half a step until that is seen.
 static void SpecifiedWaits(benchmark::State &state) {
     const int lEpollFd = epoll_create1(EPOLL_CLOEXEC);
-    const BenchExchange stWaits = {"floor", nullptr, nullptr, nullptr, nullptr};
-    (void)stWaits;
     std::vector<double> adTook;
     for (auto _ : state) {
         const double dStart = BenchNow();
@@ -199,16 +198,16 @@ const std::vector<BenchExchange> &BenchExchanges() {
 static void RegisterPrompt() {
     for (const BenchExchange &stExchange : BenchExchanges()) {
         benchmark::RegisterBenchmark((std::string("prompt request/") + stExchange.pcName).c_str(), Exchange,
-                                     stExchange, 0.0)
+                                     stExchange, 0.0, false)
             ->UseManualTime();
     }
-    benchmark::RegisterBenchmark("request under load/runtime", UnderLoad)->UseManualTime();
+    benchmark::RegisterBenchmark("request under load/runtime", UnderLoad)->UseManualTime()->Iterations(2000);
 }
 
 // Each of these takes 35 ms, in which nothing is computed: fixed numbers instead of a minimum time.
 static void RegisterSpecified() {
     benchmark::RegisterBenchmark("request/floor", SpecifiedWaits)->UseManualTime()->Iterations(60);
-    benchmark::RegisterBenchmark("request/runtime", Exchange, g_stRuntimeExchange, 0.04)
+    benchmark::RegisterBenchmark("request/runtime", Exchange, g_stRuntimeExchange, 0.04, false)
         ->UseManualTime()
         ->Iterations(60);
 }

@@ -10,16 +10,17 @@
 
 constexpr uint32_t BP_SLAB_MAX_NUM = 1000;
 
-// What changes with every buffer lies in one cache line of the class's own: threads contend for it.
+// Threads contend for a class: what changes with every buffer lies in a cache line of its own, and in another
+// the lock, which waiting threads keep looking at.
 struct alignas(64) BP_SlabMgr {
     uint32_t ulSize = 0;
     uint32_t ulTotal = 0;
     std::atomic<uint32_t> ulFreeNum{0}; // ulFreeNum + ulUsedNum = ulTotal outside the lock
     std::atomic<uint32_t> ulUsedNum{0};
     BP_List<BP_SlabBuf> stFreeList;
-    BP_Sem semLock;         // guards the list, both counts, and the state bits of the class's buffers
-    uint32_t ulKeep = 0;    // free buffers that callers without exemption leave
-    bool bReserved = false; // whether anything is left for others, if only the last one's refusal
+    alignas(64) BP_Sem semLock; // guards the list, both counts, and the state bits of the class's buffers
+    uint32_t ulKeep = 0;        // free buffers that callers without exemption leave
+    bool bReserved = false;     // whether anything is left for others, if only the last one's refusal
 };
 
 struct BP_BufMgr {
