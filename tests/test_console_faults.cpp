@@ -1,6 +1,7 @@
 // The console when signals, the terminal or the target go wrong.
 #include <csignal>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <thread>
 
 #include "tests/support/bus_peer.h"
@@ -113,6 +114,23 @@ TEST_F(ConsoleOnMware, PastedMegabyte_IsOneLineAfterAnother) {
     EXPECT_EQ(CountOf(pstKs_->ReadUntil("degrees", 100), "Wrong command input!"), 1U);
     stPaste.join();
     pstKs_->ReadUntil("\r\n[dbg]");
+}
+
+// What the log says of itself goes to the terminal too, each as a line, and nothing else of the screen is lost.
+TEST_F(ConsoleOnMware, LogThatCannotBeWritten_LeavesTheConsoleUsable) {
+    EnterDebugMode(pstKs_);
+    if (!MountSmall("/var/log", 4096)) {
+        GTEST_SKIP() << "needs a mount namespace of its own";
+    }
+    mount("tmpfs", "/var/log", "tmpfs", MS_REMOUNT | MS_RDONLY, "");
+    stMware_.Signal(SIGSTOP);
+    const std::string szFailed = Command(pstKs_, "display ptz"); // its time-out has something to log
+    stMware_.Signal(SIGCONT);
+    EXPECT_GE(CountOf(szFailed, "[bp_log-878]Open file /var/log/ks00.log failed:Read-only file system\r\n"),
+              1U);
+    EXPECT_EQ(CountOf(szFailed, "\n"), CountOf(szFailed, "\r\n")) << szFailed;
+    EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "degrees"), 1U);
+    UnmountSmall("/var/log");
 }
 
 // A terminal that nobody reads stops this console, and nobody else; nothing is lost when it is read again.
