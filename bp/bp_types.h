@@ -67,8 +67,8 @@ constexpr uint8_t BP_BUF_TAKEN = 0x1;
 constexpr uint8_t BP_BUF_DEQUEUED = 0x2; // a queue has given it out
 constexpr uint8_t BP_BUF_TIMEOUT = 0x4;  // the synchronous request in it ran out
 
-// Header of a buffer, by which it is handed around; the bytes themselves lie at pucData. Each has a cache line of
-// its own, so that threads with different buffers do not meet.
+// Header of a buffer, by which it is handed around; the bytes themselves lie at pucData. Each has a cache line
+// of its own, so that threads with different buffers do not meet.
 struct alignas(64) BP_SlabBuf {
     uint16_t usBid = 0;         // buffer ID, the header's index
     uint16_t usSlabId = 0;      // size class that owns the buffer
