@@ -127,21 +127,21 @@ static void BP_LogAppend(BP_LogFile *pstFile, const char *pcLine, size_t ulLen) 
     pstFile->ulSize += static_cast<uint32_t>(ulLen);
 }
 
-static size_t BP_LogFormat(const BP_LogFile *pstFile, char *pcLine, size_t ulSize, const char *pcPrefix,
-                           const char *pcFormat, va_list args) __attribute__((format(printf, 5, 0)));
+static uint32_t BP_LogFormat(const BP_LogFile *pstFile, char *pcLine, size_t ulSize, const char *pcPrefix,
+                             const char *pcFormat, va_list args) __attribute__((format(printf, 5, 0)));
 
 // Puts the line together at pcLine, which has ulSize bytes, and returns its length, which may be more than
 // that.
-static size_t BP_LogFormat(const BP_LogFile *pstFile, char *pcLine, size_t ulSize, const char *pcPrefix,
-                           const char *pcFormat, va_list args) {
+static uint32_t BP_LogFormat(const BP_LogFile *pstFile, char *pcLine, size_t ulSize, const char *pcPrefix,
+                             const char *pcFormat, va_list args) {
     static constexpr char szEnd[] = "\r\n";
     const int lPrefix = snprintf(pcLine, ulSize, "%s%s", pstFile->bTorn ? szEnd : "", pcPrefix);
     const int lText = vsnprintf(pcLine + lPrefix, ulSize - static_cast<size_t>(lPrefix), pcFormat, args);
-    const size_t ulLen = static_cast<size_t>(lPrefix) + (lText > 0 ? static_cast<size_t>(lText) : 0);
+    const uint32_t ulLen = static_cast<uint32_t>(lPrefix) + (lText > 0 ? static_cast<uint32_t>(lText) : 0);
     if (ulLen + sizeof(szEnd) <= ulSize) {
         memcpy(pcLine + ulLen, szEnd, sizeof(szEnd));
     }
-    return ulLen + strlen(szEnd);
+    return ulLen + sizeof(szEnd) - 1;
 }
 
 void BP_LogWriteFile(BP_LogFile *pstFile, uint32_t ulLimit, const char *pcPrefix, const char *pcFormat,
@@ -155,11 +155,11 @@ void BP_LogWriteFile(BP_LogFile *pstFile, uint32_t ulLimit, const char *pcPrefix
     char szLine[BP_LOG_LINE_SIZE];
     va_list argsAgain;
     va_copy(argsAgain, args);
-    const size_t ulLen = BP_LogFormat(pstFile, szLine, sizeof(szLine), pcPrefix, pcFormat, args);
+    const uint32_t ulLen = BP_LogFormat(pstFile, szLine, sizeof(szLine), pcPrefix, pcFormat, args);
     if (ulLen < sizeof(szLine)) {
         BP_LogAppend(pstFile, szLine, ulLen);
-    } else if (char *pcLong = static_cast<char *>(malloc(ulLen + 1))) {
-        BP_LogFormat(pstFile, pcLong, ulLen + 1, pcPrefix, pcFormat, argsAgain);
+    } else if (char *pcLong = static_cast<char *>(malloc(static_cast<size_t>(ulLen) + 1))) {
+        BP_LogFormat(pstFile, pcLong, static_cast<size_t>(ulLen) + 1, pcPrefix, pcFormat, argsAgain);
         BP_LogAppend(pstFile, pcLong, ulLen);
         free(pcLong);
     } else {

@@ -25,8 +25,8 @@ struct alignas(64) BP_SlabMgr {
 
 struct BP_BufMgr {
     BP_SlabBuf astBuf[BP_SLAB_MAX_NUM];
-    BP_List<BP_SlabBuf> stSpareList; // headers that no class was given
     BP_SlabMgr astSlab[BP_SLAB_CLASS_NUM];
+    BP_List<BP_SlabBuf> stSpareList; // headers that no class was given
     uint8_t *pucData = nullptr;
 };
 
