@@ -28,6 +28,12 @@ static uint32_t Note(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam)
     return BP_OK;
 }
 
+// Where the text came from; 0 when it has not been seen.
+static uint16_t PeerPortOf(const std::string &szText) {
+    const std::lock_guard<std::mutex> stGuard(g_stSeenLock);
+    return g_ausPeerPort.count(szText) != 0 ? g_ausPeerPort[szText] : 0;
+}
+
 class Transport : public testing::Test {
 protected:
     void SetUp() override {
@@ -225,11 +231,10 @@ TEST_F(Transport, MessagesBehindAnUnfinishedOne_KeepTheirSenders) {
     BP_ResumeReceive();
     ASSERT_TRUE(Delivered(aszText));
     for (size_t i = 0; i < astSender.size(); i++) {
-        EXPECT_EQ(g_ausPeerPort[aszText[i]], astSender[i < 30 ? i : 39].Port()) << i;
+        EXPECT_EQ(PeerPortOf(aszText[i]), astSender[i < 30 ? i : 39].Port()) << i;
     }
     Arrive({Msg("after them")});
-    ASSERT_TRUE(WaitFor([] { return g_ausPeerPort.count("after them") != 0; }));
-    EXPECT_EQ(g_ausPeerPort["after them"], stPeer_.Port());
+    EXPECT_TRUE(WaitFor([this] { return PeerPortOf("after them") == stPeer_.Port(); }));
 }
 
 // The answer goes to where the request came from, whatever was refused in between.
@@ -241,7 +246,7 @@ TEST_F(Transport, RefusedDatagram_LeavesTheSender) {
     Dispatch();
     Arrive({Msg("abc").substr(41)});
     ASSERT_TRUE(Delivered({"abc"}));
-    EXPECT_EQ(g_ausPeerPort["abc"], stPeer_.Port());
+    EXPECT_EQ(PeerPortOf("abc"), stPeer_.Port());
 }
 
 // A flood of answers that nobody asked for does not keep a request out.
@@ -275,8 +280,8 @@ TEST_F(Transport, NoBuffer_NothingIsLostOrMisaddressed) {
     }
     BP_ResumeReceive(); // as the idle pass does, without a further datagram
     EXPECT_TRUE(Delivered({szBig, "behind it"}));
-    EXPECT_EQ(g_ausPeerPort[szBig], stPeer_.Port());
-    EXPECT_EQ(g_ausPeerPort["behind it"], stOther.Port());
+    EXPECT_EQ(PeerPortOf(szBig), stPeer_.Port());
+    EXPECT_EQ(PeerPortOf("behind it"), stOther.Port());
     EXPECT_EQ(Logged("read from socket fail"), 0U);
 }
 

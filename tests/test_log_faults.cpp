@@ -35,6 +35,7 @@ protected:
     }
 };
 
+static void WriteTo(BP_LogFile *pstFile, const char *pcFormat, ...) __attribute__((format(printf, 2, 3)));
 static void WriteTo(BP_LogFile *pstFile, const char *pcFormat, ...) {
     va_list args;
     va_start(args, pcFormat);
