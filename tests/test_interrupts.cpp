@@ -14,6 +14,13 @@
 static constexpr uint32_t MW_CTRL = 0x90000001;
 static constexpr uint32_t MW_PTZ = 0x90000003;
 
+// Threads of a sanitizer's own take no signals.
+#if defined(__SANITIZE_THREAD__)
+static constexpr uint32_t ulOwnThreads = 1;
+#else
+static constexpr uint32_t ulOwnThreads = 0;
+#endif
+
 // How often the handler ran, by thread ID modulo the array's size.
 static std::atomic<uint32_t> g_aulHandled[4096];
 
@@ -34,10 +41,12 @@ public:
     ~Storm() {
         bStop_ = true;
         stThread_.join();
+        uint32_t ulSpared = 0;
         for (const auto &stTask : std::filesystem::directory_iterator("/proc/self/task")) {
             const int lTid = atoi(stTask.path().filename().c_str());
-            EXPECT_GT(g_aulHandled[static_cast<size_t>(lTid) % std::size(g_aulHandled)], 0U) << lTid;
+            ulSpared += g_aulHandled[static_cast<size_t>(lTid) % std::size(g_aulHandled)] == 0 ? 1 : 0;
         }
+        EXPECT_LE(ulSpared, ulOwnThreads);
     }
 
 private:
