@@ -162,9 +162,13 @@ TEST_F(Pace, Prompt_WithoutADescriptorForIt_StartFails) {
     BP_InitLog("MW_MWARE");
     const int lNext = dup(STDIN_FILENO);
     close(lNext);
-    const struct rlimit stLimit = {static_cast<rlim_t>(lNext) + 2, static_cast<rlim_t>(lNext) + 2};
-    setrlimit(RLIMIT_NOFILE, &stLimit); // the log's file and the epoll instance
     ASSERT_EQ(BP_SetPromptDelivery(1), BP_OK);
-    EXPECT_EQ(BP_MwareInit("MW_MWARE", 101), BP_ERR_FAIL);
+    struct rlimit stBefore;
+    getrlimit(RLIMIT_NOFILE, &stBefore);
+    const struct rlimit stLimit = {static_cast<rlim_t>(lNext) + 2, stBefore.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &stLimit); // the log's file and the epoll instance
+    const uint32_t ulRet = BP_MwareInit("MW_MWARE", 101);
+    setrlimit(RLIMIT_NOFILE, &stBefore);
+    EXPECT_EQ(ulRet, BP_ERR_FAIL);
     EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_ProcInit]fail to init prompt delivery."), 1U);
 }
