@@ -10,17 +10,17 @@
 
 constexpr uint32_t BP_SLAB_MAX_NUM = 1000;
 
-// Threads contend for a class: what changes with every buffer lies in a cache line of its own, and in another
-// the lock, which waiting threads keep looking at.
+// Threads contend for a class: what changes with every buffer shares a cache line with the lock, so that one
+// transfer between processors brings it all.
 struct alignas(64) BP_SlabMgr {
     uint32_t ulSize = 0;
     uint32_t ulTotal = 0;
     std::atomic<uint32_t> ulFreeNum{0}; // ulFreeNum + ulUsedNum = ulTotal outside the lock
     std::atomic<uint32_t> ulUsedNum{0};
     BP_List<BP_SlabBuf> stFreeList;
-    alignas(64) BP_Sem semLock; // guards the list, both counts, and the state bits of the class's buffers
-    uint32_t ulKeep = 0;        // free buffers that callers without exemption leave
-    bool bReserved = false;     // whether anything is left for others, if only the last one's refusal
+    BP_Sem semLock;         // guards the list, both counts, and the state bits of the class's buffers
+    uint32_t ulKeep = 0;    // free buffers that callers without exemption leave
+    bool bReserved = false; // whether anything is left for others, if only the last one's refusal
 };
 
 struct BP_BufMgr {

@@ -29,7 +29,7 @@ BP_Timer *BP_FindTimer(uint32_t ulTimerID) {
 }
 
 BP_Timer *BP_GetLockTimerByID(uint32_t ulTimerID) {
-    BP_TimerCtrl().semLock.Wait();
+    BP_TimerCtrl().semLock.Lock();
     const bool bNoneWorks = BP_TimerCtrl().stUsedList.Empty();
     BP_Timer *pstTimer = BP_FindTimer(ulTimerID);
     if (pstTimer == nullptr) {
