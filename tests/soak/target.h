@@ -21,7 +21,7 @@ struct Life {
     size_t ulWarmFds = 0, ulFds = 0;
 };
 
-// Started, killed, stopped and continued.
+// Started at either pace, killed, stopped and continued.
 struct Target {
     explicit Target(const char *pcName);
     // With bDisturb it is now and then made to run, or to run no more, else it is left running.
