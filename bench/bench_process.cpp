@@ -13,8 +13,9 @@ static BP_Sem g_semDone(0);
 static bool g_bContended;
 static std::atomic<uint32_t> g_ulAwaited; // threads that have to be there before the work begins
 
-// On a processor of its own where it contends with the other: on one they would take turns.
-static void ChooseProcessor(uint32_t ulPlace) {
+// A thread has a processor of its own where it contends with another: on one they would take turns.
+static void ChooseProcessors(cpu_set_t *pstOld, uint32_t ulPlace) {
+    sched_getaffinity(0, sizeof(*pstOld), pstOld);
     cpu_set_t stSet;
     CPU_ZERO(&stSet);
     CPU_SET(ulPlace, &stSet);
@@ -22,13 +23,18 @@ static void ChooseProcessor(uint32_t ulPlace) {
 }
 
 static uint32_t Run(uint32_t, BP_StructMsg *, uint32_t ulPlace) {
-    if (g_bContended) {
-        ChooseProcessor(ulPlace);
+    cpu_set_t stOld;
+    const bool bContended = g_bContended;
+    if (bContended) {
+        ChooseProcessors(&stOld, ulPlace);
     }
     g_ulAwaited--;
     while (g_ulAwaited != 0) {
     }
     g_adResult[ulPlace] = (*g_ppfnWork)();
+    if (bContended) {
+        sched_setaffinity(0, sizeof(stOld), &stOld);
+    }
     g_semDone.Post();
     return BP_OK;
 }

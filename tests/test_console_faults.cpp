@@ -22,17 +22,38 @@ TEST_F(ConsoleOnMware, SignalThatEndsIt_RestoresTheTerminal) {
     }
 }
 
+static pid_t OnlyChildOf(pid_t lPid) {
+    const std::string szPid = std::to_string(lPid);
+    return atoi(ReadFile("/proc/" + szPid + "/task/" + szPid + "/children").c_str());
+}
+
 // As on a device whose shell has no job control.
 TEST_F(ConsoleOnMware, TerminalThatControlsNoSession_IsRestoredToo) {
     PtySession stSetsid({"/usr/bin/setsid", "--wait", KS_PATH});
     EnterDebugMode(&stSetsid);
-    const std::string szPid = std::to_string(stSetsid.Pid());
-    const pid_t lKs = atoi(ReadFile("/proc/" + szPid + "/task/" + szPid + "/children").c_str());
+    const pid_t lKs = OnlyChildOf(stSetsid.Pid());
     ASSERT_GT(lKs, 0);
     EXPECT_FALSE(SameSettings(stSetsid.Settings(), stBefore_));
     kill(lKs, SIGTERM);
     stSetsid.WaitExit();
     EXPECT_TRUE(SameSettings(stSetsid.Settings(), stBefore_));
+}
+
+TEST_F(ConsoleOnMware, EndedInTheBackground_LeavesTheTerminalToItsOwner) {
+    PtySession stShell(
+        {"/bin/bash", "-c",
+         "set -m; \"$0\"; echo taken; read; kill %1; kill -CONT %1; wait %1; echo ended $?; read", KS_PATH});
+    EnterDebugMode(&stShell);
+    const pid_t lKs = OnlyChildOf(stShell.Pid());
+    ASSERT_GT(lKs, 0);
+    kill(lKs, SIGSTOP);
+    stShell.ReadUntil("taken");
+    struct termios stShells = stBefore_;
+    stShells.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    stShell.SetSettings(stShells);
+    stShell.Type("\n");
+    EXPECT_EQ(CountOf(stShell.ReadUntil("ended 143"), "ended 143"), 1U); // 128 and SIGTERM
+    EXPECT_TRUE(SameSettings(stShell.Settings(), stShells));
 }
 
 TEST_F(ConsoleOnMware, StoppedAndContinued_TakesTheTerminalBack) {

@@ -44,14 +44,13 @@ static constexpr BP_SlabReserve g_astReserve[] = {
     {128, 10}, {256, 5}, {512, 2}, {1024, 0}, {2048, 0}, {4096, 0}, {16384, 0}, {8, 0},
 };
 
-static void BP_InitReserve(BP_SlabMgr &stSlab) {
-    stSlab.bReserved = false;
+static uint32_t BP_NeedFreeOf(uint32_t ulSize) {
     for (const BP_SlabReserve &stRow : g_astReserve) {
-        if (stRow.ulSize == stSlab.ulSize) {
-            stSlab.bReserved = true;
-            stSlab.ulKeep = stRow.ulKeep;
+        if (stRow.ulSize == ulSize) {
+            return stRow.ulKeep + 1;
         }
     }
+    return 0;
 }
 
 // Gives class ulClass its buffers, starting at pucData; returns the first byte behind them.
@@ -61,7 +60,7 @@ static uint8_t *BP_InitSlab(uint32_t ulClass, uint8_t *pucData) {
     stSlab.ulTotal = g_astSlabConfig[ulClass].ulNum;
     BP_Write(stSlab.ulFreeNum, stSlab.ulTotal);
     BP_Write(stSlab.ulUsedNum, 0U);
-    BP_InitReserve(stSlab);
+    stSlab.ulNeedFree = BP_NeedFreeOf(stSlab.ulSize);
     stSlab.semLock.Init(1);
     stSlab.stFreeList.Init();
     for (uint32_t i = 0; i < stSlab.ulTotal; i++) {
@@ -146,11 +145,6 @@ static bool BP_IsExemptCaller() {
     return pstModule != nullptr ? pstModule->bExempt : BP_IsExemptName(BP_GetCurThreadName());
 }
 
-// Whether so many free buffers are the others' reserve.
-static bool BP_IsReserve(const BP_SlabMgr &stSlab, uint32_t ulFree) {
-    return stSlab.bReserved && ulFree <= stSlab.ulKeep;
-}
-
 static void BP_LogReserve(const BP_SlabMgr &stSlab, uint32_t ulFree) {
     BP_LOG_DEBUG("[%s]slab buff(size %u) has only %u.", "BP_IsSlabBufAvaliable", stSlab.ulSize, ulFree);
 }
@@ -161,7 +155,7 @@ uint32_t BP_IsSlabBufAvaliable(uint32_t ulClass) {
     }
     const BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[ulClass];
     const uint32_t ulFree = BP_Read(stSlab.ulFreeNum);
-    if (BP_IsReserve(stSlab, ulFree)) {
+    if (ulFree < stSlab.ulNeedFree) {
         BP_LogReserve(stSlab, ulFree);
         return 0;
     }
@@ -212,17 +206,14 @@ static void BP_NextUse(BP_SlabBuf *pstBuf) {
     BP_Write(pstBuf->ulUseSeq, BP_Read(pstBuf->ulUseSeq) + 1);
 }
 
-// Takes the first free buffer, unless what is free is a reserve that must be left. How many were free stands at
-// pulFree: looking at the count before the lock is held would cost contending threads as much again.
-static BP_SlabBuf *BP_SlabTake(BP_SlabMgr &stSlab, uint32_t ulSize, bool bLeaveReserve, uint32_t *pulFree) {
+// Takes the first free buffer if at least ulNeedFree are free. How many were free stands at pulFree: looking at
+// the count before the lock is held would cost contending threads as much again.
+static BP_SlabBuf *BP_SlabTake(BP_SlabMgr &stSlab, uint32_t ulSize, uint32_t ulNeedFree, uint32_t *pulFree) {
     BP_SlabBuf *pstBuf = nullptr;
     {
         const BP_SemGuard stGuard(stSlab.semLock);
         *pulFree = BP_Read(stSlab.ulFreeNum);
-        if (bLeaveReserve && BP_IsReserve(stSlab, *pulFree)) {
-            return nullptr;
-        }
-        pstBuf = stSlab.stFreeList.PopFront();
+        pstBuf = *pulFree >= ulNeedFree ? stSlab.stFreeList.PopFront() : nullptr;
         if (pstBuf == nullptr) {
             return nullptr;
         }
@@ -243,18 +234,16 @@ BP_SlabBuf *BP_SlabGetBuf(uint32_t ulSize, uint32_t ulType) {
     }
     BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[ulClass];
     const bool bExempt = BP_IsExemptCaller();
+    const uint32_t ulNeedFree = bExempt ? 0 : stSlab.ulNeedFree;
     uint32_t ulFree = 0;
-    BP_SlabBuf *pstBuf = BP_SlabTake(stSlab, ulSize, !bExempt, &ulFree);
-    if (!bExempt && BP_IsReserve(stSlab, ulFree)) {
+    BP_SlabBuf *pstBuf = BP_SlabTake(stSlab, ulSize, ulNeedFree, &ulFree);
+    if (pstBuf == nullptr && ulFree < ulNeedFree) {
         BP_LogReserve(stSlab, ulFree);
         BP_ReportShortage(ulSize, ulType);
-        return nullptr;
-    }
-    if (!bExempt && ulType == BP_SLAB_TYPE_TIMER) {
-        BP_OpenTimerLatch(ulFree);
-    }
-    if (pstBuf == nullptr) {
+    } else if (pstBuf == nullptr) {
         BP_LOG_DEBUG("[%s]fail to get buf from slab manager %d.", __func__, static_cast<int>(ulClass));
+    } else if (!bExempt && ulType == BP_SLAB_TYPE_TIMER) {
+        BP_OpenTimerLatch(ulFree);
     }
     return pstBuf;
 }
