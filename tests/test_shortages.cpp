@@ -1,8 +1,10 @@
 // Each call that may find the system short of something fails once, one after the other, until none is left
 // that has not. The programs are the real ones, and a console and its target go on as far as they can.
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "bp/bp.h"
 #include "tests/support/console.h"
 #include "tests/support/files.h"
 
@@ -13,11 +15,19 @@ static const char g_szFailed[] = "/tmp/failed";
 struct ShortageCase {
     const char *pcFunction;
     std::vector<std::string> aszSaid;
+    bool bPrompt = false; // the pace of the example process
 };
 
 static void PrintTo(const ShortageCase &stCase, std::ostream *pstOut) {
     *pstOut << stCase.pcFunction;
 }
+
+static std::string NameOf(const testing::TestParamInfo<ShortageCase> &stInfo) {
+    return std::string(stInfo.param.pcFunction) + (stInfo.param.bPrompt ? "_prompt" : "");
+}
+
+static const std::vector<std::string> g_aszNoOption = {"[BP_SetSocketProperty]setsockopt SO_REUSERADDR failed",
+                                                       "[BP_SetSocketProperty]setsockopt SO_LINGER failed"};
 
 class Shortage : public testing::TestWithParam<ShortageCase> {
 protected:
@@ -85,9 +95,7 @@ static const ShortageCase g_astConsoleCase[] = {
     {"pthread_mutex_init",
      {"", "[BP_InitBufManager]fail to init BuffLogMgr lock", "BP_RegCmdModuleID() failed"}},
     {"socket", {"[BP_InitSocket]fail to create socket."}},
-    {"setsockopt",
-     {"[BP_SetSocketProperty]setsockopt SO_REUSERADDR failed",
-      "[BP_SetSocketProperty]setsockopt SO_LINGER failed"}},
+    {"setsockopt", g_aszNoOption},
     {"ioctl", {"[BP_SetSocketProperty]ioctl socket failed"}},
     {"epoll_create", {"[BP_ProcInit]fail to create epoll.", "[BP_InnerSendSyncMsg]fail to create epoll."}},
     {"epoll_ctl", {"[BP_InitSocket]fail to add socket to epoll."}},
@@ -96,8 +104,7 @@ static const ShortageCase g_astConsoleCase[] = {
     {"vfork", {""}},
     {"tcsetattr", {"[CLI_run]tcsetattr fail errcode:5(Input/output error). retval:4294967295", ""}},
 };
-INSTANTIATE_TEST_SUITE_P(Each, ConsoleShortage, testing::ValuesIn(g_astConsoleCase),
-                         [](const auto &stInfo) { return std::string(stInfo.param.pcFunction); });
+INSTANTIATE_TEST_SUITE_P(Each, ConsoleShortage, testing::ValuesIn(g_astConsoleCase), NameOf);
 
 class TargetShortage : public Shortage {};
 
@@ -105,25 +112,88 @@ TEST_P(TargetShortage, SaysSoAndGoesOn) {
     WriteFile("/var/log/MW_DRV00.log", "drv\n");
     WriteFile("/var/log/ISP_IMG00.log", "isp\n");
     FailEach([] {
-        Child stMware({KS_MWARE_FAILING_PATH});
+        std::vector<std::string> aszArg = {KS_MWARE_FAILING_PATH, "MW_MWARE"};
+        if (GetParam().bPrompt) {
+            aszArg.emplace_back("prompt");
+        }
+        Child stMware(aszArg);
         unsetenv("KS_FAIL");
-        if (stMware.WaitForOutput("ready")) {
+        const bool bReady = stMware.WaitForOutput("ready");
+        if (bReady) {
             PtySession stKs({KS_PATH});
             EnterDebugMode(&stKs);
             EXPECT_EQ(CountOf(Command(&stKs, "display dump"), "/var/log/Slab_all.log"), 1U);
             EXPECT_EQ(CountOf(Command(&stKs, "display ptz"), "degrees"), 1U);
+            stMware.Signal(SIGTERM);
         }
+        EXPECT_EQ(stMware.WaitExit(), bReady ? 0 : 1); // another one where memory has leaked
         return ReadFile("/var/log/MW_MWARE00.log");
     });
 }
+
+static const std::vector<std::string> g_aszNoDump = {"",
+                                                     "]Write Slab Log fail",
+                                                     "]Write timer Slab Log fail",
+                                                     "]Collect MWARE SlabLog fail",
+                                                     "]Collect DRV SlabLog fail",
+                                                     "]Collect ISP SlabLog fail"};
 
 static const ShortageCase g_astTargetCase[] = {
     {"calloc",
      {"[BP_InitBufManager]fail to calloc", "[BP_ProcInit]fail to get socket recv buffer.", "]calloc() fail"}},
     {"pthread_create", {"[BP_RegistModule]pthread_create fail err:11"}},
-    {"open",
-     {"", "]Write Slab Log fail", "]Write timer Slab Log fail", "]Collect MWARE SlabLog fail",
-      "]Collect DRV SlabLog fail", "]Collect ISP SlabLog fail"}},
+    {"pthread_mutex_init",
+     {"", "[BP_InitBufManager]fail to init BuffLogMgr lock", "[MW_StartModule]no debug module for "}},
+    {"socket", {"[BP_InitSocket]fail to create socket."}},
+    {"bind", {"[BP_InitSocket]socket bind failed usLocPort = ;"}},
+    {"setsockopt", g_aszNoOption},
+    {"ioctl", {"[BP_SetSocketProperty]ioctl socket failed"}},
+    {"epoll_create", {"[BP_ProcInit]fail to create epoll."}},
+    {"epoll_ctl", {"[BP_InitSocket]fail to add socket to epoll."}},
+    {"epoll_ctl",
+     {"[BP_ProcInit]fail to init prompt delivery.", "[BP_InitSocket]fail to add socket to epoll."},
+     true},
+    {"eventfd", {"[BP_ProcInit]fail to init prompt delivery."}, true},
+    {"timerfd_create", {"[BP_ProcInit]fail to init prompt delivery."}, true},
+    {"open", g_aszNoDump},
+    {"fdopen", g_aszNoDump},
+    {"vfork", {""}},
 };
-INSTANTIATE_TEST_SUITE_P(Each, TargetShortage, testing::ValuesIn(g_astTargetCase),
-                         [](const auto &stInfo) { return std::string(stInfo.param.pcFunction); });
+INSTANTIATE_TEST_SUITE_P(Each, TargetShortage, testing::ValuesIn(g_astTargetCase), NameOf);
+
+// A program that goes on after its start has failed.
+class StartShortage : public Shortage {
+protected:
+    static size_t Transports() {
+        std::error_code stError; // the descriptor of the walk itself is gone when it is looked at
+        size_t ulNum = 0;
+        for (const auto &stFd : std::filesystem::directory_iterator("/proc/self/fd")) {
+            const std::string szFile = std::filesystem::read_symlink(stFd.path(), stError);
+            ulNum += Matches(szFile, "^(socket|anon_inode):") ? 1 : 0;
+        }
+        return ulNum;
+    }
+};
+
+TEST_P(StartShortage, LeavesNoSocketAndNothingBesideIt) {
+    const size_t ulBefore = Transports();
+    FailEach([ulBefore] {
+        pid_t lPid = fork(); // the runtime starts once in a process
+        if (lPid == 0) {
+            TestChoosePace(GetParam().bPrompt);
+            const bool bStarted = BP_MwareInit("MW_IWARE", 102) == BP_OK;
+            _exit(bStarted || Transports() == ulBefore ? 0 : 1);
+        }
+        unsetenv("KS_FAIL");
+        EXPECT_EQ(WaitForEnd(&lPid, 30), 0);
+        return std::string("[E(");
+    });
+}
+
+static const ShortageCase g_astStartCase[] = {
+    {"calloc", {"[E("}},        {"pthread_create", {"[E("}},
+    {"bind", {"[E("}},          {"setsockopt", {"[E("}},
+    {"ioctl", {"[E("}},         {"epoll_ctl", {"[E("}, true},
+    {"eventfd", {"[E("}, true}, {"timerfd_create", {"[E("}, true},
+};
+INSTANTIATE_TEST_SUITE_P(Each, StartShortage, testing::ValuesIn(g_astStartCase), NameOf);

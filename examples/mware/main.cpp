@@ -36,6 +36,10 @@ uint32_t MW_StartModule(const MW_Module &stModule) {
     uint32_t ulRet = BP_RegistModule(stModule.pcName, 1, stModule.pulModuleID);
     if (ulRet == BP_OK) {
         ulRet = BP_RegCmdModuleID(stModule.pcName, 0, 0, *stModule.pulModuleID);
+        if (ulRet != 0) {
+            BP_WriteLog(BP_LOG_LEVEL_ERROR, ulRet, BP_LOG_BP_MODULE_ID, __FILE__, __LINE__,
+                        "[%s]no debug module for %s.", __func__, stModule.pcName);
+        }
     }
     if (ulRet == BP_OK) {
         ulRet = BP_RegistMsgProc(*stModule.pulModuleID, BP_PROC_TABLE_NORMAL, stModule.ulMsgCode,

@@ -46,6 +46,15 @@ static std::vector<std::string> WithPace(std::vector<std::string> aszArg) {
     return aszArg;
 }
 
+int WaitForEnd(pid_t *plPid, int lSeconds) {
+    int lStatus = 0;
+    if (!WaitFor([&] { return waitpid(*plPid, &lStatus, WNOHANG) == *plPid; }, lSeconds)) {
+        return -1;
+    }
+    *plPid = -1;
+    return WIFEXITED(lStatus) ? WEXITSTATUS(lStatus) : 256 + WTERMSIG(lStatus);
+}
+
 Child::Child(const std::vector<std::string> &aszArg) {
     int alPipe[2];
     if (pipe2(alPipe, O_CLOEXEC) != 0) {
@@ -62,8 +71,10 @@ Child::Child(const std::vector<std::string> &aszArg) {
 }
 
 Child::~Child() {
-    kill(lPid_, SIGKILL);
-    waitpid(lPid_, nullptr, 0);
+    if (lPid_ > 0) {
+        kill(lPid_, SIGKILL);
+        waitpid(lPid_, nullptr, 0);
+    }
     close(lOut_);
 }
 
@@ -167,15 +178,6 @@ void PtySession::HangUp() {
 
 void PtySession::Signal(int lSignal) const {
     kill(lPid_, lSignal);
-}
-
-int PtySession::WaitExit(int lSeconds) {
-    int lStatus = 0;
-    if (!WaitFor([&] { return waitpid(lPid_, &lStatus, WNOHANG) == lPid_; }, lSeconds)) {
-        return -1;
-    }
-    lPid_ = -1;
-    return WIFEXITED(lStatus) ? WEXITSTATUS(lStatus) : 256 + WTERMSIG(lStatus);
 }
 
 struct termios PtySession::Settings() const {

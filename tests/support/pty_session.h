@@ -11,6 +11,10 @@
 void TestChoosePace(bool bPrompt);
 bool TestIsPrompt();
 
+// Waits for the child and sets its ID to -1; the exit status, 256 and more for a signal, -1 when it does not
+// end in time.
+int WaitForEnd(pid_t *plPid, int lSeconds);
+
 // An example process, at that pace, without a terminal; ended by its ID when the record goes, or with the
 // process that made it.
 class Child {
@@ -20,6 +24,7 @@ public:
     void Signal(int lSignal) const;
     // Reads its standard output until szText has appeared.
     bool WaitForOutput(const std::string &szText);
+    int WaitExit(int lSeconds = 30) { return WaitForEnd(&lPid_, lSeconds); }
     pid_t Pid() const { return lPid_; }
 
 private:
@@ -39,8 +44,7 @@ public:
     std::string ReadPresent();
     void HangUp();
     void Signal(int lSignal) const;
-    // The exit status, 256 and more for a signal, -1 when the program does not end in time.
-    int WaitExit(int lSeconds = 30);
+    int WaitExit(int lSeconds = 30) { return WaitForEnd(&lPid_, lSeconds); }
     struct termios Settings() const;
     void SetSettings(const struct termios &stSettings) const;
     pid_t Pid() const { return lPid_; }
