@@ -30,8 +30,10 @@ struct BP_MsgProc {
 struct BP_AckWait {
     uint32_t ulAssiMsgId = 0;
     BP_ListNode stNode;
-    BP_Sem semAnswer{0}; // where its requester waits, at the prompt pace
-    int lEpollFd = -1;   // or sleeps, at the specified one
+    BP_Sem semAnswer{0};     // where its requester waits, at the prompt pace
+    uint32_t ulPromised = 0; // posts that it has got or is about to get; guarded by stAckQueue.semLock
+    uint32_t ulTaken = 0;    // of them; the requester's own
+    int lEpollFd = -1;       // where he sleeps, at the specified pace
 };
 
 struct BP_ModuleInfo {

@@ -111,18 +111,32 @@ void BP_AnnounceAckWait(BP_ModuleInfo *pstModule, BP_AckWait *pstWait) {
     pstModule->stAckWaitList.PushBack(pstWait);
 }
 
-void BP_WithdrawAckWait(BP_ModuleInfo *pstModule, BP_AckWait *pstWait) {
-    const BP_SemGuard stGuard(pstModule->stAckQueue.semLock);
-    BP_List<BP_AckWait>::Remove(pstWait);
-}
-
 // Needs the lock of the module's stAckQueue.
-static bool BP_IsAwaited(const BP_ModuleInfo *pstModule, uint32_t ulAssiMsgId) {
-    const BP_AckWait *pstWait = pstModule->stAckWaitList.First();
+static BP_AckWait *BP_FindAckWait(const BP_ModuleInfo *pstModule, uint32_t ulAssiMsgId) {
+    BP_AckWait *pstWait = pstModule->stAckWaitList.First();
     while (pstWait != nullptr && pstWait->ulAssiMsgId != ulAssiMsgId) {
         pstWait = pstModule->stAckWaitList.Next(pstWait);
     }
-    return pstWait != nullptr;
+    return pstWait;
+}
+
+BP_AckWait *BP_PromiseWakeup(BP_ModuleInfo *pstModule, uint32_t ulAssiMsgId) {
+    const BP_SemGuard stGuard(pstModule->stAckQueue.semLock);
+    BP_AckWait *pstWait = BP_FindAckWait(pstModule, ulAssiMsgId);
+    if (pstWait != nullptr) {
+        pstWait->ulPromised++;
+    }
+    return pstWait;
+}
+
+void BP_WithdrawAckWait(BP_ModuleInfo *pstModule, BP_AckWait *pstWait) {
+    {
+        const BP_SemGuard stGuard(pstModule->stAckQueue.semLock);
+        BP_List<BP_AckWait>::Remove(pstWait);
+    }
+    for (; pstWait->ulTaken < pstWait->ulPromised; pstWait->ulTaken++) {
+        pstWait->semAnswer.Wait();
+    }
 }
 
 static BP_SlabBuf *BP_TakeStaleAck(BP_ModuleInfo *pstModule) {
@@ -130,7 +144,7 @@ static BP_SlabBuf *BP_TakeStaleAck(BP_ModuleInfo *pstModule) {
     BP_SlabBuf *pstBuf = pstModule->stAckQueue.stUsedList.First();
     while (pstBuf != nullptr) {
         uint32_t ulAssiMsgId = 0;
-        if (!BP_AssiMsgIdOf(pstBuf, &ulAssiMsgId) || !BP_IsAwaited(pstModule, ulAssiMsgId)) {
+        if (!BP_AssiMsgIdOf(pstBuf, &ulAssiMsgId) || BP_FindAckWait(pstModule, ulAssiMsgId) == nullptr) {
             break;
         }
         pstBuf = pstModule->stAckQueue.stUsedList.Next(pstBuf);

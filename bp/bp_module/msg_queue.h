@@ -32,9 +32,14 @@ bool BP_HasMsgIf(BP_ListCtrl *pstMstCtrl, BP_PfnMsgTest pfnTest, uint32_t ulWant
 uint32_t BP_QueueLength(BP_ListCtrl *pstMstCtrl);
 
 // Announces and withdraws a synchronous request of the module: between the two, its answer is kept for it. The
-// record stays the caller's and must not move while announced. Any thread.
+// record stays the caller's and must not move while announced. Withdrawing waits for the posts that are
+// promised to it. Any thread.
 void BP_AnnounceAckWait(BP_ModuleInfo *pstModule, BP_AckWait *pstWait);
 void BP_WithdrawAckWait(BP_ModuleInfo *pstModule, BP_AckWait *pstWait);
+
+// The announced request of the module with that identifier, or null. The caller must post its semAnswer, and
+// until then it stays where it is. Any thread.
+BP_AckWait *BP_PromiseWakeup(BP_ModuleInfo *pstModule, uint32_t ulAssiMsgId);
 
 // Gives back every answer in the module's stAckQueue that no announced request waits for: answers that came too
 // late, twice, or to a question never asked. Returns their number. Any thread.

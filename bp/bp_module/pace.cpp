@@ -10,6 +10,7 @@
 
 #include "bp/bp_clock.h"
 #include "bp/bp_log/log.h"
+#include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/proc_info.h"
 
 static constexpr int BP_SYNC_EPOLL_SIZE = 32;
@@ -97,24 +98,16 @@ void BP_PaceTimerSet() {
     BP_WakeMain(g_bTimerSet);
 }
 
-static void BP_WakeRequester(BP_ModuleInfo *pstModule, uint32_t ulAssiMsgId) {
-    // Under the lock, because the wait lives on its requester's stack.
-    const BP_SemGuard stGuard(pstModule->stAckQueue.semLock);
-    BP_AckWait *pstWait = pstModule->stAckWaitList.First();
-    while (pstWait != nullptr && pstWait->ulAssiMsgId != ulAssiMsgId) {
-        pstWait = pstModule->stAckWaitList.Next(pstWait);
-    }
-    if (pstWait != nullptr) {
-        pstWait->semAnswer.Post();
-    }
-}
-
 void BP_PaceQueuedTo(BP_ModuleInfo *pstDst, uint32_t ulMsgType, uint32_t ulAssiMsgId) {
     if (!g_bPrompt) {
         return;
     }
     if (ulMsgType == BP_MSG_TYPE_ACK) {
-        BP_WakeRequester(pstDst, ulAssiMsgId);
+        // After the lock: whom it wakes looks for the answer at once, and would find the queue locked.
+        BP_AckWait *pstWait = BP_PromiseWakeup(pstDst, ulAssiMsgId);
+        if (pstWait != nullptr) {
+            pstWait->semAnswer.Post();
+        }
     } else if (pstDst->ulModuleID == BP_MODULE_ID_MAIN) {
         BP_WakeMain(g_bQueued);
     }
@@ -198,5 +191,6 @@ uint32_t BP_PaceStep(BP_AckWait *pstWait, uint32_t ulLeftMs) {
     if (!pstWait->semAnswer.WaitFor(ulMs)) {
         return ulMs;
     }
+    pstWait->ulTaken++;
     return static_cast<uint32_t>(std::min<int64_t>(BP_NowMs() - lStart, ulMs));
 }

@@ -1,14 +1,12 @@
 // When a process delivers what its threads have queued: the one place that knows two paces.
 //
-// Specified pace, the default: the main thread sends, serves the main module and scans the timers after 20 ms
-// in
-//                              which nothing arrived, and is woken by nobody. A synchronous request looks for
-//                              its answer every 10 ms.
-// Prompt pace:                 what is put on the send queue, or queued to the main module, ends the main
-// thread's
-//                              wait. Its periodic work runs at the latest 20 ms after the last time, however
-//                              many datagrams arrive, and sooner when a timer is due. A synchronous request
-//                              sleeps until its answer is queued.
+// At the specified pace, the default, the main thread sends, serves the main module and scans the timers after
+// 20 ms in which nothing arrived, and is woken by nobody. A synchronous request looks for its answer every 10
+// ms.
+//
+// At the prompt pace, what is put on the send queue or queued to the main module ends the main thread's wait.
+// Its periodic work runs at the latest 20 ms after the last time, however many datagrams arrive, and sooner
+// when a timer is due. A synchronous request sleeps until its answer is queued.
 //
 // What is sent, returned and logged is the same at both, so processes of either pace work together.
 #ifndef BP_BP_MODULE_PACE_H
