@@ -121,6 +121,51 @@ TEST_F(Pace, Specified_WaitsForAnIdlePass) {
     ExpectAllBack();
 }
 
+// How many of fifty waits are over before any step or pass of the specified pace. Half of them must be: a busy
+// machine holds some of them up.
+static uint32_t CountPrompt(const std::function<void()> &pfnWait) {
+    uint32_t ulPrompt = 0;
+    for (int i = 0; i < 50; i++) {
+        const int64_t lStart = BP_NowMs();
+        pfnWait();
+        ulPrompt += BP_NowMs() - lStart < 8 ? 1 : 0;
+    }
+    return ulPrompt;
+}
+
+static void AwaitChange(const std::atomic<uint32_t> &ulCount, uint32_t ulBefore) {
+    ASSERT_TRUE(WaitFor([&] {
+        for (int i = 0; i < 50 && ulCount == ulBefore; i++) {
+            usleep(100);
+        }
+        return ulCount != ulBefore;
+    }));
+}
+
+TEST_F(Pace, Prompt_MostWaitsAreShorterThanAnyStep) {
+    ScriptedTarget stTarget(PORT_IWARE, AnswerAll("answer"));
+    BusSocket stSender;
+    Start(1);
+    uint32_t ulTimerID = 0;
+    EXPECT_GE(CountPrompt([] { EXPECT_EQ(Ask(10), "answer"); }), 25U);
+    EXPECT_GE(CountPrompt([&] {
+                  const uint32_t ulSeen = g_ulSeen;
+                  stSender.SendTo(PORT_MWARE, Bytes(MakeMsg(BP_MODULE_ID_MAIN, 8, "x")));
+                  AwaitChange(g_ulSeen, ulSeen);
+              }),
+              25U);
+    EXPECT_GE(CountPrompt([&] {
+                  const uint32_t ulFired = g_ulFired;
+                  ASSERT_EQ(BP_StartOnceTimer(MW_CTRL, 2, OnTimer, 0, &ulTimerID), BP_OK);
+                  AwaitChange(g_ulFired, ulFired);
+              }),
+              25U);
+    ASSERT_EQ(BP_StartCycleTimer(MW_CTRL, 5, OnTimer, 0, &ulTimerID), BP_OK);
+    EXPECT_GE(CountPrompt([] { AwaitChange(g_ulFired, g_ulFired); }), 25U);
+    EXPECT_EQ(BP_UnregistTimer(ulTimerID), BP_OK);
+    ExpectAllBack();
+}
+
 // Threads that are no module's ask as the main module, all at once: each is woken by its own answer.
 TEST_F(Pace, Prompt_ManyRequestersGetTheirOwnAnswers) {
     ScriptedTarget stTarget(PORT_IWARE, [](const WireMsg &stReq) {

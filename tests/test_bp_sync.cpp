@@ -297,6 +297,27 @@ TEST_F(SyncLocal, WaitsThatRaceTheirAnswers_LoseNoBuffer) {
     EXPECT_EQ(g_ulEqual + g_ulLate, 100U);
 }
 
+static std::atomic<uint32_t> g_ulHandled;
+
+static uint32_t CountHandled(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    (void)ulMsgCode, (void)pstMsg, (void)ulParam;
+    g_ulHandled++;
+    return BP_OK;
+}
+
+// Nobody works on a request whose requester has given up before it was its turn.
+TEST_F(SyncLocal, TimedOutInTheQueue_IsNotHandled) {
+    ASSERT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, 1, Echo, 500), BP_OK);
+    ASSERT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, 2, CountHandled, 0), BP_OK);
+    ASSERT_EQ(BP_PostMsg(MW_PTZ, 1, nullptr, 0), BP_OK);
+    char *pcAnswer = nullptr;
+    EXPECT_EQ(BP_SendCmdMsg("given up", MW_PTZ, 2, 0, &pcAnswer), BP_ERR_SYNC_TIMEOUT);
+    ASSERT_EQ(BP_PostMsg(MW_PTZ, 2, nullptr, 0), BP_OK);
+    EXPECT_TRUE(WaitFor([] { return g_ulHandled != 0; }));
+    EXPECT_TRUE(AllSlabsRefill());
+    EXPECT_EQ(g_ulHandled, 1U);
+}
+
 TEST_F(SyncLocal, PostMsg_Refusals) {
     EXPECT_EQ(BP_PostMsg(MW_CTRL, 1, nullptr, 5), BP_ERR_FAIL);
     EXPECT_EQ(BP_PostMsg(0x90000006, 1, nullptr, 0), BP_ERR_PARAM);

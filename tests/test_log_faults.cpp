@@ -176,6 +176,7 @@ TEST_F(LogFaults, FileChangesUnderManyThreads_EveryLineIsWholeOrAccountedFor) {
 // nobody waits.
 TEST_F(LogFaults, PlantedNames_HarmNobody) {
     const std::string szThreads = "/tmp/ThreadInfo[" + std::to_string(getpid()) + "].log";
+    const std::string szPath = getenv("PATH");
     const std::function<int(const char *, const char *)> apfnPlant[] = {
         symlink,
         link,
@@ -198,9 +199,18 @@ TEST_F(LogFaults, PlantedNames_HarmNobody) {
                   3U);               // as for each refusal
         BP_RecordThreadInfo("name"); // removes what is there first
         EXPECT_EQ(CountOf(ReadFile(szThreads), "name:"), 1U);
+        unlink(szThreads.c_str());
+        ASSERT_EQ(pfnPlant("/tmp/victim", szThreads.c_str()), 0);
+        setenv("PATH", "/nowhere", 1); // rm fails, as on another user's link in a sticky directory
+        BP_RecordThreadInfo("name");
+        setenv("PATH", szPath.c_str(), 1);
         EXPECT_EQ(ReadFile("/tmp/victim") + ReadFile("/var/log/victim"), "preciousprecious");
         EXPECT_FALSE(FileExists("/tmp/not there yet"));
     }
+    ASSERT_EQ(symlink("/tmp/victim", "/tmp/source"), 0);
+    unlink(BP_KEY_DUMP_PATH);
+    EXPECT_EQ(BP_TailFile("/tmp/source", BP_KEY_DUMP_PATH, "w", 3), BP_ERR_FAIL);
+    EXPECT_EQ(CountOf(ReadFile(BP_KEY_DUMP_PATH), "precious"), 0U);
 }
 
 // Formats, patterns and shell commands in what is only text.

@@ -109,7 +109,8 @@ INSTANTIATE_TEST_SUITE_P(Each, ConsoleShortage, testing::ValuesIn(g_astConsoleCa
 class TargetShortage : public Shortage {};
 
 TEST_P(TargetShortage, SaysSoAndGoesOn) {
-    setenv("ASAN_OPTIONS", "exitcode=99", 1); // to tell a leak from a start that failed
+    const char *pcOptions = getenv("ASAN_OPTIONS"); // one more tells a leak from a start that failed
+    setenv("ASAN_OPTIONS", (std::string(pcOptions != nullptr ? pcOptions : "") + ":exitcode=99").c_str(), 1);
     WriteFile("/var/log/MW_DRV00.log", "drv\n");
     WriteFile("/var/log/ISP_IMG00.log", "isp\n");
     FailEach([] {
@@ -196,5 +197,7 @@ static const ShortageCase g_astStartCase[] = {
     {"bind", {"[E("}},          {"setsockopt", {"[E("}},
     {"ioctl", {"[E("}},         {"epoll_ctl", {"[E("}, true},
     {"eventfd", {"[E("}, true}, {"timerfd_create", {"[E("}, true},
+    {"calloc", {"[E("}, true},  {"pthread_create", {"[E("}, true},
+    {"bind", {"[E("}, true},    {"ioctl", {"[E("}, true},
 };
 INSTANTIATE_TEST_SUITE_P(Each, StartShortage, testing::ValuesIn(g_astStartCase), NameOf);
