@@ -10,6 +10,7 @@
 #include "bp/bp.h"
 #include "bp/bp_module/recv_ring.h"
 #include "tests/support/sandbox.h"
+#include "tests/support/slab_check.h"
 
 static constexpr int64_t FUZZ_WAIT_MS = 5000;
 
@@ -55,26 +56,17 @@ std::vector<std::string> FuzzSplit(const std::string &szText, char cSeparator, s
     return aszPiece;
 }
 
-static bool FuzzSlabsAre(bool bFull) {
-    for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
-        BP_SlabInfo stInfo = {};
-        BP_GetSlabInfo(i, &stInfo);
-        if (stInfo.ulFreeNum + stInfo.ulUsedNum != stInfo.ulTotal || (bFull && stInfo.ulUsedNum != 0)) {
-            return false;
-        }
-    }
-    return true;
-}
-
 void FuzzCheckSlabs() {
-    FuzzExpect(FuzzSlabsAre(false), "free and used buffers are all buffers");
+    for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
+        FuzzExpect(SlabFault(i).empty(), "free and used buffers are all buffers, and the free ones listed");
+    }
 }
 
 void FuzzCheckSlabsFull() {
     FuzzWait(
         [] {
             BP_DropAllStaleAcks();
-            return FuzzSlabsAre(true);
+            return SlabsNotFull().empty();
         },
         "every buffer comes back");
 }

@@ -6,6 +6,7 @@
 #include "tests/support/bus_peer.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/files.h"
+#include "tests/support/slab_check.h"
 
 static const char g_szLog[] = "/var/log/MW_MWARE00.log";
 static const char g_szLegend[] =
@@ -251,9 +252,7 @@ TEST_F(Dumps, ManyThreadsRunShort_DumpOnceAndRecover) {
     std::thread stObserver([&] {
         while (!bStop) {
             for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
-                BP_SlabInfo stInfo = {};
-                BP_GetSlabInfo(i, &stInfo);
-                EXPECT_EQ(stInfo.ulFreeNum + stInfo.ulUsedNum, stInfo.ulTotal);
+                EXPECT_EQ(SlabFault(i), "");
             }
         }
     });

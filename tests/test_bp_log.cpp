@@ -214,9 +214,11 @@ TEST(Log, TableFull_RegistrationFails) {
                  "/var/log/a process name of more than thi01.log");
 }
 
-TEST(Log, ManyThreads_LinesNeverInterleave) {
+// Five rotations, of which each leaves one backup: what is there is the end of what each thread wrote, without
+// a gap.
+TEST(Log, ManyThreadsThroughRotations_NoLineIsTornOrMissing) {
     StartLog();
-    static constexpr int lThreads = 8;
+    static constexpr int lThreads = 16;
     static constexpr int lLines = 400;
     std::vector<std::thread> astThread;
     for (int i = 0; i < lThreads; i++) {
@@ -230,18 +232,24 @@ TEST(Log, ManyThreads_LinesNeverInterleave) {
     for (auto &stThread : astThread) {
         stThread.join();
     }
-    const std::string szAll = ReadFile(g_szBackup) + ReadFile(g_szLog);
-    std::istringstream stText(szAll);
+    std::istringstream stText(ReadFile(g_szBackup) + ReadFile(g_szLog));
     std::string szLine;
-    size_t ulGood = 0;
+    int lFound = 0;
+    int alLast[lThreads] = {};
     while (std::getline(stText, szLine)) {
-        ASSERT_TRUE(
-            Matches(szLine, "^[^<]*<[0-9] [0-9]+ (a{60}|b{60}|c{60}|d{60}|e{60}|f{60}|g{60}|h{60})>\r$"))
+        int lThread = 0;
+        int lNumber = 0;
+        ASSERT_EQ(sscanf(szLine.c_str() + szLine.find('<'), "<%d %d", &lThread, &lNumber), 2) << szLine;
+        ASSERT_TRUE(Matches(szLine, "^[^<]*<[0-9]+ [0-9]+ " + std::string(60, 'a' + lThread) + ">\r$"))
             << szLine;
-        ulGood++;
+        ASSERT_TRUE(alLast[lThread] == 0 || lNumber == alLast[lThread] + 1) << szLine;
+        alLast[lThread] = lNumber;
+        lFound++;
     }
-    // 3200 lines of about 110 bytes go through two rotations, and one backup is kept.
-    EXPECT_GT(ulGood, 1200U);
+    for (const int lLast : alLast) {
+        EXPECT_TRUE(lLast == 0 || lLast == lLines - 1); // 0: through before the last rotation but one
+    }
+    EXPECT_GT(lFound, 1200);
     EXPECT_LT(ReadFile(g_szLog).size(), BP_LOG_FILE_LIMIT);
 }
 

@@ -121,6 +121,29 @@ TEST_F(Pace, Specified_WaitsForAnIdlePass) {
     ExpectAllBack();
 }
 
+// Whether the main thread goes on reading while there is other work for it. It has not been started, so the
+// test's thread is the one at the socket.
+static bool ReadsOn(uint32_t ulPrompt) {
+    BusSocket stPeer;
+    EXPECT_EQ(BP_SetPromptDelivery(ulPrompt), BP_OK);
+    EXPECT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
+    stPeer.SendTo(PORT_MWARE, "x");
+    stPeer.SendTo(PORT_MWARE, "y");
+    uint32_t ulTimerID = 0;
+    EXPECT_EQ(BP_RegistModule("MW_CTRL", 1, nullptr), BP_OK);
+    EXPECT_EQ(BP_StartOnceTimer(MW_CTRL, 1, OnTimer, 0, &ulTimerID), BP_OK);
+    EXPECT_EQ(BP_GetAndDispatchMsg(), BP_OK);
+    return !BP_IsReceivePending();
+}
+
+TEST_F(Pace, Prompt_ReadingWaitsForOtherWork) {
+    EXPECT_FALSE(ReadsOn(1));
+}
+
+TEST_F(Pace, Specified_OtherWorkWaitsForReading) {
+    EXPECT_TRUE(ReadsOn(0));
+}
+
 // How many of fifty waits are over before any step or pass of the specified pace. Half of them must be: a busy
 // machine holds some of them up.
 static uint32_t CountPrompt(const std::function<void()> &pfnWait) {

@@ -7,6 +7,7 @@
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
 #include "tests/support/files.h"
+#include "tests/support/slab_check.h"
 
 static const char g_szLog[] = "/var/log/t00.log";
 
@@ -233,9 +234,7 @@ TEST_F(Slab, ManyThreads_CountsAlwaysAddUp) {
     std::thread stObserver([&] {
         while (!bDone) {
             for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
-                BP_SlabInfo stInfo = {};
-                BP_GetSlabInfo(i, &stInfo);
-                ASSERT_EQ(stInfo.ulFreeNum + stInfo.ulUsedNum, stInfo.ulTotal);
+                ASSERT_EQ(SlabFault(i), "");
             }
         }
     });

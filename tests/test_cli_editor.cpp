@@ -1,8 +1,13 @@
+#include <csignal>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <thread>
+#include <unistd.h>
 
 #include "console/cli_cmd.h"
 #include "tests/support/capture.h"
 #include "tests/support/files.h"
+#include "tests/support/pty_session.h"
 
 static const char g_szUp[] = "\x1B[A";
 static const char g_szDown[] = "\x1B[B";
@@ -141,4 +146,27 @@ TEST_F(Editor, PendingChar_DoesNotWait) {
     EXPECT_TRUE(WaitFor([] { return CLI_ReadPendingChar() == 'x'; }));
     ungetc('y', stdin);
     EXPECT_EQ(CLI_ReadPendingChar(), 'y');
+}
+
+// The shell that reads the terminal next must not find it non-blocking, whichever thread the signal came to.
+TEST_F(Editor, EndedByASignalToAnotherThread_LeavesTheTerminalBlocking) {
+    stKeys_.Attach();
+    const int lFlags = fcntl(STDIN_FILENO, F_GETFL);
+    for (int i = 0; i < 30; i++) {
+        pid_t lPid = fork();
+        if (lPid == 0) {
+            CLI_Terminal stTerminal;
+            CLI_SetRawMode(&stTerminal);
+            std::thread([] {
+                usleep(5000);
+                pthread_kill(pthread_self(), SIGTERM);
+                pause();
+            }).detach();
+            for (;;) {
+                CLI_ReadPendingChar();
+            }
+        }
+        EXPECT_EQ(WaitForEnd(&lPid, 30), 256 + SIGTERM);
+        ASSERT_EQ(fcntl(STDIN_FILENO, F_GETFL), lFlags) << i;
+    }
 }

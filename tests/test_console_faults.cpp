@@ -180,8 +180,18 @@ TEST_F(ConsoleOnMware, KilledTarget_CostsOneCommandAndMayBeReplaced) {
         ASSERT_TRUE(stAgain.WaitForOutput("ready"));
         EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "degrees"), 1U);
     }
-    ScriptedTarget stOther(PORT_MWARE, AnswerAll("no such command here"));
-    EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "no such command here"), 1U);
+    ScriptedTarget stOther(PORT_MWARE, [](const WireMsg &stReq) {
+        const char *pcTree = "\nh\ndisplay\ntitle show\n1\nlens\ntitle the lens\n1\ncr\nend\n0\n";
+        const bool bLens = stReq.szPayload == "<display lens >";
+        return std::vector<std::string>{Bytes(MakeAck(stReq, stReq.stHdr.ulMsgCode == 31051 ? pcTree
+                                                             : bLens                        ? "wide"
+                                                                                            : "unknown here"))};
+    });
+    EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "unknown here"), 1U); // as it knows the target
+    PtySession stNew({KS_PATH});
+    EnterDebugMode(&stNew);
+    EXPECT_EQ(CountOf(Command(&stNew, "display ptz"), "Wrong command input!"), 1U);
+    EXPECT_EQ(CountOf(Command(&stNew, "display lens"), "wide"), 1U);
     pstKs_->Type("display ptz\r");
     pstKs_->HangUp(); // in the middle of a request
     const int lStatus = pstKs_->WaitExit();
@@ -198,4 +208,10 @@ TEST(ConsoleText, IsOnlyText) {
     EXPECT_EQ(CountOf(Command(&stKs, "debug " + szTrick), "answer " + szTrick), 0U);
     EXPECT_EQ(CountOf(Command(&stKs, "display loglevel"), "answer " + szTrick), 1U);
     EXPECT_FALSE(FileExists("/tmp/pwned"));
+    Command(&stKs, "display " + szTrick); // no word of the tree, so it goes no further
+    std::string szSent;
+    for (const WireMsg &stReq : stTarget.Requests()) {
+        szSent += stReq.szPayload + "|";
+    }
+    EXPECT_EQ(szSent, "dbgcmd|dbgcmd|\n" + szTrick + "|dbgcmd|");
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "bp/bp.h"
+#include "tests/support/capture.h"
 #include "tests/support/console.h"
 #include "tests/support/files.h"
 
@@ -201,3 +202,17 @@ static const ShortageCase g_astStartCase[] = {
     {"bind", {"[E("}, true},    {"ioctl", {"[E("}, true},
 };
 INSTANTIATE_TEST_SUITE_P(Each, StartShortage, testing::ValuesIn(g_astStartCase), NameOf);
+
+TEST(LogShortage, LongLineWithoutMemory_IsLostAlone) {
+    BP_InitLog("ks");
+    ASSERT_EQ(BP_RegCmdModuleID("BP", 0, 0, BP_LOG_BP_MODULE_ID), BP_OK);
+    const std::string szLong(3000, 'x');
+    Capture stErr(stderr);
+    setenv("KS_FAIL", "malloc:1", 1);
+    for (const char *pcEnd : {"lost", "kept"}) {
+        BP_WriteLog(BP_LOG_LEVEL_WARN, 0, BP_LOG_BP_MODULE_ID, "a.c", 1, "%s %s", szLong.c_str(), pcEnd);
+    }
+    unsetenv("KS_FAIL");
+    EXPECT_EQ(stErr.Stop(), "[bp_log-903]Write file /var/log/ks00.log failed:Cannot allocate memory\n");
+    EXPECT_TRUE(Matches(ReadFile("/var/log/ks00.log"), "^[^x]*x{3000} kept\r\n$"));
+}

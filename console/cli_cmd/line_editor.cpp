@@ -72,7 +72,7 @@ static int CLI_ReadWithoutWaiting() {
 
 uint8_t CLI_ReadPendingChar() {
     // The flag is the terminal's, not the console's: the shell would find it if a signal ended the console
-    // here.
+    // here. One that comes to another thread is passed on to this one, and waits.
     sigset_t stAll;
     sigset_t stOld;
     sigfillset(&stAll);

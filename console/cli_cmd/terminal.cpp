@@ -17,14 +17,20 @@ static bool CLI_HasTerminal(const CLI_Terminal *pstTerminal) {
     return pstTerminal != nullptr && (lForeground == -1 || lForeground == getpgrp());
 }
 
-// Puts the settings back and lets the signal do what it does without a handler: SA_RESETHAND has seen to that.
+// The console's thread ends the console: between two of its own steps, whichever thread the signal came to, so
+// that it leaves nothing half done to the terminal.
 static void CLI_OnEndSignal(int lSignal) {
     const int lErr = errno;
     const CLI_Terminal *pstTerminal = g_pstTerminal.load();
-    if (CLI_HasTerminal(pstTerminal)) {
-        tcsetattr(STDIN_FILENO, TCSANOW, &pstTerminal->stSaved);
+    if (pstTerminal != nullptr && pthread_equal(pstTerminal->ulThread, pthread_self()) == 0) {
+        pthread_kill(pstTerminal->ulThread, lSignal);
+    } else {
+        if (CLI_HasTerminal(pstTerminal)) {
+            tcsetattr(STDIN_FILENO, TCSANOW, &pstTerminal->stSaved);
+        }
+        signal(lSignal, SIG_DFL);
+        raise(lSignal);
     }
-    raise(lSignal);
     errno = lErr;
 }
 
@@ -38,11 +44,11 @@ static void CLI_OnContinue(int) {
     errno = lErr;
 }
 
-static void CLI_Handle(int lSignal, void (*pfnHandler)(int), int lFlags) {
+static void CLI_Handle(int lSignal, void (*pfnHandler)(int)) {
     struct sigaction stOld;
     struct sigaction stAction = {};
     stAction.sa_handler = pfnHandler;
-    stAction.sa_flags = SA_RESTART | lFlags;
+    stAction.sa_flags = SA_RESTART;
     sigemptyset(&stAction.sa_mask);
     if (sigaction(lSignal, nullptr, &stOld) == 0 && stOld.sa_handler != SIG_IGN) { // as nohup wants it
         sigaction(lSignal, &stAction, nullptr);
@@ -50,6 +56,7 @@ static void CLI_Handle(int lSignal, void (*pfnHandler)(int), int lFlags) {
 }
 
 int CLI_SetRawMode(CLI_Terminal *pstTerminal) {
+    pstTerminal->ulThread = pthread_self();
     pstTerminal->stSaved = {};
     tcgetattr(STDIN_FILENO, &pstTerminal->stSaved);
     pstTerminal->stRaw = pstTerminal->stSaved;
@@ -58,9 +65,9 @@ int CLI_SetRawMode(CLI_Terminal *pstTerminal) {
     pstTerminal->stRaw.c_oflag |= OPOST;
     g_pstTerminal = pstTerminal;
     for (const int lSignal : {SIGHUP, SIGTERM, SIGPIPE}) {
-        CLI_Handle(lSignal, CLI_OnEndSignal, SA_RESETHAND);
+        CLI_Handle(lSignal, CLI_OnEndSignal);
     }
-    CLI_Handle(SIGCONT, CLI_OnContinue, 0);
+    CLI_Handle(SIGCONT, CLI_OnContinue);
     setvbuf(stdin, nullptr, _IONBF, 0); // so that polling the descriptor tells whether a key is there
     return tcsetattr(STDIN_FILENO, TCSAFLUSH, &pstTerminal->stRaw);
 }

@@ -3,13 +3,15 @@
 #define CONSOLE_CLI_CMD_TERMINAL_H
 
 #include <cstdint>
+#include <pthread.h>
 #include <termios.h>
 
-// Settings of standard input, before the console changed them and while it runs. They live in the frame of the
-// console's run.
+// Settings of standard input, before the console changed them and while it runs, and whose it is. They live in
+// the frame of the console's run.
 struct CLI_Terminal {
     struct termios stSaved;
     struct termios stRaw;
+    pthread_t ulThread; // the one that uses it
 };
 
 // Saves the settings and switches standard input to raw mode with output processing on, a typed line feed

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "tests/support/files.h"
+#include "tests/support/slab_check.h"
 
 WireMsg MakeMsg(uint32_t ulDstID, uint32_t ulMsgCode, const std::string &szPayload) {
     WireMsg stMsg = {};
@@ -141,15 +142,8 @@ ScriptedTarget::Script AnswerAll(const std::string &szText) {
 }
 
 testing::AssertionResult AllSlabsFull() {
-    for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
-        BP_SlabInfo stInfo = {};
-        BP_GetSlabInfo(i, &stInfo);
-        if (stInfo.ulUsedNum != 0 || stInfo.ulFreeNum != stInfo.ulTotal) {
-            return testing::AssertionFailure()
-                   << "class " << i << " has " << stInfo.ulFreeNum << " of " << stInfo.ulTotal;
-        }
-    }
-    return testing::AssertionSuccess();
+    const std::string szFault = SlabsNotFull();
+    return szFault.empty() ? testing::AssertionSuccess() : testing::AssertionFailure() << szFault;
 }
 
 testing::AssertionResult AllSlabsRefill() {

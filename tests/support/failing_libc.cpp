@@ -39,6 +39,7 @@ static bool Fails(const char *pcFunction, int lErr) {
     }
 
 WRAP(void *, calloc, (size_t n, size_t s), (n, s), ENOMEM, nullptr)
+WRAP(void *, malloc, (size_t n), (n), ENOMEM, nullptr)
 WRAP(int, pthread_create, (pthread_t * t, const pthread_attr_t *a, void *(*f)(void *), void *p), (t, a, f, p),
      EAGAIN, EAGAIN)
 WRAP(int, pthread_mutex_init, (pthread_mutex_t * m, const pthread_mutexattr_t *a), (m, a), ENOMEM, ENOMEM)
