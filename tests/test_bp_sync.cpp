@@ -1,5 +1,6 @@
 #include <csignal>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <thread>
 
 #include "bp/bp.h"
@@ -51,6 +52,50 @@ TEST_F(SyncRemote, AnswerTexts) {
     for (const auto &stCase : astCase) {
         stTarget.SetScript(AnswerAll(stCase.szPayload));
         EXPECT_EQ(Ask("x", 10), stCase.szText);
+    }
+}
+
+// Eight threads run a class dry, ask in the shortage, and ask again when it is over.
+TEST_F(SyncRemote, ClassRunDryByManyThreads_RequestsFailWithTheirLines) {
+    static constexpr uint32_t ulThreads = 8;
+    ScriptedTarget stTarget(PORT_MWARE, AnswerAll("ok"));
+    ASSERT_EQ(BP_RegCmdModuleID("MW_MWARE_cmd", 0, 0, BP_MODULE_ID_MWARE_CMD), BP_OK);
+    BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 1U);
+    for (uint32_t i = 0; i < BP_SLAB_CLASS_TIMER; i++) {
+        const uint32_t ulSize = g_astSlabConfig[i].ulSize;
+        SCOPED_TRACE(ulSize);
+        pthread_barrier_t stBarrier;
+        pthread_barrier_init(&stBarrier, nullptr, ulThreads);
+        std::vector<std::thread> astThread;
+        for (uint32_t j = 0; j < ulThreads; j++) {
+            astThread.emplace_back([&] {
+                std::vector<BP_SlabBuf *> apstBuf;
+                while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(ulSize, BP_SLAB_TYPE_MSG)) {
+                    apstBuf.push_back(pstBuf);
+                }
+                pthread_barrier_wait(&stBarrier);
+                EXPECT_EQ(Ask(std::string(ulSize - BP_MSG_HDR_LEN, 'x'), 10),
+                          "error " + std::to_string(BP_ERR_PARAM));
+                pthread_barrier_wait(&stBarrier);
+                for (BP_SlabBuf *pstBuf : apstBuf) {
+                    BP_SlabFreeBuf(pstBuf);
+                }
+                pthread_barrier_wait(&stBarrier);
+                EXPECT_EQ(Ask("x", 10), "ok");
+            });
+        }
+        for (std::thread &stThread : astThread) {
+            stThread.join();
+        }
+        pthread_barrier_destroy(&stBarrier);
+        EXPECT_TRUE(AllSlabsRefill());
+        const std::string szDebug = ReadFile("/var/log/ks00.debug");
+        EXPECT_EQ(CountOf(szDebug, "[BP_CreatStructMsg]fail to get slab buffer(buffer size:" +
+                                       std::to_string(ulSize) + ")."),
+                  ulThreads);
+        EXPECT_EQ(CountOf(szDebug, "[BP_InnerSendSyncMsg]invalid slab buffer."), ulThreads * (i + 1));
+        EXPECT_EQ(CountOf(ReadFile("/var/log/ks00.log"), "fail to BP_InnerSendSyncMsg MsgCode:31060"),
+                  ulThreads * (i + 1));
     }
 }
 
