@@ -77,7 +77,7 @@ struct alignas(64) BP_SlabBuf {
     std::atomic<uint8_t> ucFlag{0};
     BP_ListNode stNode; // in its class's free list, or in one queue; null while code holds the buffer
 
-    // Which use of the buffer this is: grows, under the class lock, whenever the buffer changes hands for good.
+    // Which use of the buffer this is: grows whenever the buffer changes hands for good.
     std::atomic<uint32_t> ulUseSeq{0};
     // The queue the buffer is linked into; written under that queue's lock.
     std::atomic<BP_ListCtrl *> pstQueue{nullptr};

@@ -363,6 +363,31 @@ TEST_F(SyncLocal, TimedOutInTheQueue_IsNotHandled) {
     EXPECT_EQ(g_ulHandled, 1U);
 }
 
+static BP_Sem g_semTimedOut(0);
+
+// Answers when nobody waits any more, and goes on for a while.
+static uint32_t EchoTooLate(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    g_semTimedOut.Wait();
+    Echo(ulMsgCode, pstMsg, 0);
+    usleep(ulParam * 1000);
+    return BP_OK;
+}
+
+// Either the handler's thread finds the answer, or it has been swept up meanwhile: the same is said.
+TEST_F(SyncLocal, AnsweredTooLate_IsSaidOnce) {
+    uint32_t ulCode = 1;
+    for (const uint32_t ulMs : {0U, 100U}) {
+        char *pcAnswer = nullptr;
+        ASSERT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, ulCode, EchoTooLate, ulMs), BP_OK);
+        EXPECT_EQ(BP_SendCmdMsg("x", MW_PTZ, ulCode++, 1, &pcAnswer), BP_ERR_SYNC_TIMEOUT);
+        g_semTimedOut.Post();
+        EXPECT_TRUE(AllSlabsRefill());
+        EXPECT_EQ(
+            CountOf(ReadFile("/var/log/MW_MWARE00.log"), "[BP_FreeTimeoutAckMsg]Force free ack slab buf, "),
+            ulCode - 1);
+    }
+}
+
 TEST_F(SyncLocal, PostMsg_Refusals) {
     EXPECT_EQ(BP_PostMsg(MW_CTRL, 1, nullptr, 5), BP_ERR_FAIL);
     EXPECT_EQ(BP_PostMsg(0x90000006, 1, nullptr, 0), BP_ERR_PARAM);

@@ -5,6 +5,7 @@
 
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/module_pool.h"
+#include "bp/bp_module/proc_info.h"
 #include "bp/bp_module/slab.h"
 
 // A buffer that is free or queued already must not be linked a second time.
@@ -152,10 +153,24 @@ static BP_SlabBuf *BP_TakeStaleAck(BP_ModuleInfo *pstModule) {
     return BP_Unqueue(pstBuf);
 }
 
+// What this process's own module answered too late is said here too: its thread, which looks for the answer
+// when the handler is done, does not find it any more.
+static void BP_ReportStaleAck(const BP_SlabBuf *pstBuf) {
+    if (pstBuf->pucData == nullptr) {
+        return;
+    }
+    BP_MsgHdr stHdr;
+    memcpy(&stHdr, pstBuf->pucData, sizeof(stHdr));
+    if (stHdr.usSrcProcID == BP_GetProcInfo()->usProcID && BP_GetModuleByID(stHdr.ulModuleSrcID) != nullptr) {
+        BP_LOG_WARN(0, "[%s]Force free ack slab buf, AssiMsgId:%u", "BP_FreeTimeoutAckMsg", stHdr.AssiMsgId);
+    }
+}
+
 uint32_t BP_DropStaleAcks(BP_ModuleInfo *pstModule) {
     uint32_t ulNum = 0;
     BP_SlabBuf *pstBuf = BP_TakeStaleAck(pstModule);
     while (pstBuf != nullptr) {
+        BP_ReportStaleAck(pstBuf);
         BP_SlabFreeBuf(pstBuf);
         ulNum++;
         pstBuf = BP_TakeStaleAck(pstModule);

@@ -24,14 +24,9 @@ static constexpr int BP_EPOLL_SIZE = 256;
 
 static std::atomic<bool> g_bStarted{false};
 
-// For as long as no main thread works with it.
-static void BP_EndTransport() {
+static uint32_t BP_FailTransport(const char *pcWhat) {
     BP_ClosePace();
     BP_CloseTransport();
-}
-
-static uint32_t BP_FailTransport(const char *pcWhat) {
-    BP_EndTransport();
     BP_LOG_ERROR(BP_ERR_FAIL, "[%s]%s", g_szInitFunc, pcWhat);
     return BP_ERR_FAIL;
 }
@@ -76,11 +71,8 @@ static uint32_t BP_RegistOwnModules(BP_ProcInfo *pstProc, const char *pcProcName
         BP_LOG_WARN(0, "[%s]BP_RegistModule %s later!", g_szInitFunc, pcProcName);
         return BP_OK;
     }
-    if (BP_RegistModule(pcProcName, 1, &pstProc->ulMainModuleID) != BP_OK) {
-        BP_EndTransport();
-        return BP_ERR_FAIL;
-    }
-    return BP_OK;
+    // Whose failure leaves everything in place: the command module's thread is there already, and may use it.
+    return BP_RegistModule(pcProcName, 1, &pstProc->ulMainModuleID);
 }
 
 uint32_t BP_ProcInit(const char *pcProcName, uint32_t ulProcID) {

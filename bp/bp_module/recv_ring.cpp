@@ -118,8 +118,9 @@ static BP_SlabBuf *BP_TakeMsg(BP_RecvRing *pstRing, uint16_t usMsgLen) {
 static uint32_t BP_Deliver(BP_ModuleInfo *pstDst, BP_SlabBuf *pstBuf, const BP_MsgHdr &stHdr,
                            uint32_t *pulResult) {
     BP_ListCtrl *pstQueue = stHdr.ulMsgType == BP_MSG_TYPE_ACK ? &pstDst->stAckQueue : &pstDst->stMsgQueue;
+    const uint32_t ulRet = BP_ModuleAddMsg(pstQueue, pstBuf);
     *pulResult = BP_TRANS_DONE;
-    if (BP_ModuleAddMsg(pstQueue, pstBuf) != BP_OK) {
+    if (ulRet != BP_OK) {
         *pulResult = BP_TRANS_ADD_FAIL;
         BP_SlabFreeBuf(pstBuf);
     }
@@ -128,7 +129,7 @@ static uint32_t BP_Deliver(BP_ModuleInfo *pstDst, BP_SlabBuf *pstBuf, const BP_M
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to wakeup module id %u.", g_szTransFunc, pstDst->ulModuleID);
         return BP_ERR_FAIL;
     }
-    return *pulResult;
+    return ulRet;
 }
 
 uint32_t BP_TransMsgToModule(uint32_t *pulResult) {

@@ -201,7 +201,7 @@ static void BP_SlabCount(BP_SlabMgr &stSlab, uint32_t ulFreeNum) {
     BP_Write(stSlab.ulUsedNum, stSlab.ulTotal - ulFreeNum);
 }
 
-// Needs the class lock, under which alone the number changes.
+// Needs the class lock, or a buffer that is on no list and marked free.
 static void BP_NextUse(BP_SlabBuf *pstBuf) {
     BP_Write(pstBuf->ulUseSeq, BP_Read(pstBuf->ulUseSeq) + 1);
 }
