@@ -1,6 +1,7 @@
 #include "tests/support/bus_peer.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
@@ -46,7 +47,14 @@ static struct sockaddr_in Loopback(uint16_t usPort) {
 
 BusSocket::BusSocket(uint16_t usPort) : lSocket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     const struct sockaddr_in stAddr = Loopback(usPort);
-    if (bind(lSocket_, reinterpret_cast<const struct sockaddr *>(&stAddr), sizeof(stAddr)) != 0) {
+    // A process that has just been killed may leave a child that is about to become a shell: until it is one,
+    // it has the socket, too.
+    int lRet = -1;
+    WaitFor([&] {
+        lRet = bind(lSocket_, reinterpret_cast<const struct sockaddr *>(&stAddr), sizeof(stAddr));
+        return lRet == 0 || errno != EADDRINUSE;
+    });
+    if (lRet != 0) {
         perror("bind");
         abort();
     }
