@@ -177,6 +177,7 @@ TEST_F(LogFaults, FileChangesUnderManyThreads_EveryLineIsWholeOrAccountedFor) {
 TEST_F(LogFaults, PlantedNames_HarmNobody) {
     const std::string szThreads = "/tmp/ThreadInfo[" + std::to_string(getpid()) + "].log";
     const std::string szPath = getenv("PATH");
+    BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 1U);
     const std::function<int(const char *, const char *)> apfnPlant[] = {
         symlink,
         link,
@@ -185,7 +186,9 @@ TEST_F(LogFaults, PlantedNames_HarmNobody) {
     };
     for (const auto &pfnPlant : apfnPlant) {
         for (const std::string &szName :
-             {std::string(g_szLog), std::string(BP_SLAB_DUMP_PATH), std::string(BP_KEY_DUMP_PATH), szThreads}) {
+             {std::string(g_szLog), std::string("/var/log/ks00.debug"), std::string("/var/log/ks00.buf"),
+              std::string(BP_SLAB_DUMP_PATH), std::string(BP_TIMER_DUMP_PATH), std::string(BP_KEY_DUMP_PATH),
+              szThreads}) {
             const std::string szVictim = szName.substr(0, szName.rfind('/')) + "/victim";
             WriteFile(szVictim, "precious");
             unlink(szName.c_str());
@@ -193,10 +196,15 @@ TEST_F(LogFaults, PlantedNames_HarmNobody) {
         }
         Capture stErr(stderr);
         Log("not there");
+        for (const uint32_t ulLevel : {BP_LOG_LEVEL_DEBUG, BP_LOG_LEVEL_BUF}) {
+            BP_WriteLog(ulLevel, 0, BP_LOG_BP_MODULE_ID, "a.c", 1, "not there");
+        }
         EXPECT_EQ(BP_WriteDumpFile(BP_SLAB_DUMP_PATH, "dump", 4), BP_ERR_FAIL);
+        EXPECT_EQ(BP_WriteDumpFile(BP_TIMER_DUMP_PATH, "dump", 4), BP_ERR_FAIL);
         EXPECT_EQ(BP_TailFile("/tmp/victim", BP_KEY_DUMP_PATH, "w", 3), BP_ERR_FAIL);
-        EXPECT_EQ(CountOf(stErr.Stop(), "[bp_log-878]Open file /var/log/ks00.log failed:"),
-                  3U);               // as for each refusal
+        const std::string szErr = stErr.Stop();
+        EXPECT_EQ(CountOf(szErr, "[bp_log-878]Open file /var/log/ks00.log failed:"), 4U); // as for each refusal
+        EXPECT_EQ(CountOf(szErr, "[bp_log-878]Open file "), 6U);
         BP_RecordThreadInfo("name"); // removes what is there first
         EXPECT_EQ(CountOf(ReadFile(szThreads), "name:"), 1U);
         unlink(szThreads.c_str());

@@ -29,8 +29,8 @@ void BP_LogReport(uint32_t ulMark, const char *pcFormat, ...) {
 
 static uint32_t BP_SizeOnDisk(const char *pcName) {
     struct stat stStat;
-    if (stat(pcName, &stStat) != 0) {
-        return 0;
+    if (lstat(pcName, &stStat) != 0 || !S_ISREG(stStat.st_mode)) {
+        return 0; // nothing that could be written to, or become the backup
     }
     return stStat.st_size < INT32_MAX ? static_cast<uint32_t>(stStat.st_size) : INT32_MAX;
 }

@@ -155,6 +155,11 @@ std::string PtySession::ReadUntil(const std::string &szText, int lSeconds) {
     return szRead;
 }
 
+bool PtySession::IsFull() const {
+    struct pollfd stPoll = {lSlave_, POLLOUT, 0};
+    return poll(&stPoll, 1, 100) == 0;
+}
+
 std::string PtySession::ReadPresent() {
     struct pollfd stPoll = {lMaster_, POLLIN, 0};
     char acBuf[4096];

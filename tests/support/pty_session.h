@@ -42,6 +42,8 @@ public:
     std::string ReadUntil(const std::string &szText, int lSeconds = 30);
     // What has come already, without waiting.
     std::string ReadPresent();
+    // Whether the terminal takes no more of what the program prints.
+    bool IsFull() const;
     void HangUp();
     void Signal(int lSignal) const;
     int WaitExit(int lSeconds = 30) { return WaitForEnd(&lPid_, lSeconds); }
