@@ -90,6 +90,25 @@ TEST_F(LogFaults, DiskFull_SharedFile_LinesAreWholeOrNotThere) {
     UnmountSmall("/var/log");
 }
 
+// Two consoles share their files: what one of them has rotated, the other leaves alone.
+TEST_F(LogFaults, SharedFile_IsRotatedOnce) {
+    BP_LogFile astFile[2] = {};
+    WriteFile(g_szLog, std::string(BP_LOG_FILE_LIMIT - 1500, 'o'));
+    for (BP_LogFile &stFile : astFile) {
+        BP_LogInitFile(&stFile, "ks", ".log");
+    }
+    for (const char cText : {'x', 'y'}) {
+        for (BP_LogFile &stFile : astFile) {
+            WriteTo(&stFile, "<%s>", std::string(500, cText).c_str());
+        }
+    }
+    for (BP_LogFile &stFile : astFile) {
+        fclose(stFile.pstFp);
+    }
+    EXPECT_EQ(CountOf(ReadFile("/var/log/ks01.log"), "<xxx"), 2U);
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), "<yyy"), 2U);
+}
+
 TEST_F(LogFaults, LongLine_IsWrittenWhole) {
     const size_t aulLen[] = {0, 2010, 2011, 2012, 2013, 2014, 2015, 2016, 2017, 100000};
     for (const size_t ulLen : aulLen) {

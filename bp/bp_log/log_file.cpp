@@ -72,11 +72,15 @@ static bool BP_LogRotate(BP_LogFile *pstFile) {
     return false;
 }
 
+static bool BP_LogIsOpenFile(const BP_LogFile *pstFile, const struct stat &stStat) {
+    return stStat.st_ino == pstFile->ulInode && stStat.st_dev == pstFile->ulDevice;
+}
+
 // Looks on disk for every line: a file that somebody removed or replaced must come back with the next line.
 static bool BP_LogOpen(BP_LogFile *pstFile) {
     struct stat stStat;
     if (pstFile->pstFp != nullptr && lstat(pstFile->szCurName, &stStat) == 0 &&
-        stStat.st_ino == pstFile->ulInode && stStat.st_dev == pstFile->ulDevice) {
+        BP_LogIsOpenFile(pstFile, stStat)) {
         return true;
     }
     char szCmd[64];
@@ -94,6 +98,20 @@ static bool BP_LogOpen(BP_LogFile *pstFile) {
         pstFile->ulSize = stStat.st_size < INT32_MAX ? static_cast<uint32_t>(stStat.st_size) : INT32_MAX;
     }
     return true;
+}
+
+// Whether fewer bytes are left than a line may take. A file that another process of the same name has begun
+// meanwhile counts as it is: to rename it would cost the backup that has just been made.
+static bool BP_LogIsFull(BP_LogFile *pstFile, uint32_t ulLimit) {
+    if (pstFile->ulSize + (BP_LOG_LINE_ROOM - 1) < ulLimit) {
+        return false;
+    }
+    struct stat stStat;
+    if (pstFile->pstFp != nullptr && lstat(pstFile->szCurName, &stStat) == 0 && S_ISREG(stStat.st_mode) &&
+        !BP_LogIsOpenFile(pstFile, stStat)) {
+        pstFile->ulSize = BP_SizeOnDisk(pstFile->szCurName);
+    }
+    return pstFile->ulSize + (BP_LOG_LINE_ROOM - 1) >= ulLimit;
 }
 
 // A line that does not fit the disk is taken back, or its beginning would be glued to the next line. An
@@ -146,7 +164,7 @@ static uint32_t BP_LogFormat(const BP_LogFile *pstFile, char *pcLine, size_t ulS
 
 void BP_LogWriteFile(BP_LogFile *pstFile, uint32_t ulLimit, const char *pcPrefix, const char *pcFormat,
                      va_list args) {
-    if (pstFile->ulSize + (BP_LOG_LINE_ROOM - 1) >= ulLimit && !BP_LogRotate(pstFile)) {
+    if (BP_LogIsFull(pstFile, ulLimit) && !BP_LogRotate(pstFile)) {
         return;
     }
     if (!BP_LogOpen(pstFile)) {

@@ -77,7 +77,18 @@ void Engineer::Send(const std::string &szKeys, const SoakCommand *pstCommand) {
     (pstCommand != nullptr ? g_stFigures.ulSent : g_stFigures.ulKeys)++;
 }
 
+// Two consoles may rotate their common log at the same moment; what one of them says of it then comes at any
+// time.
+static void LeaveOutLogReports(std::string *pszOut) {
+    const size_t ulStart = pszOut->find("[bp_log-845]Rename file ");
+    const size_t ulEnd = pszOut->find("\r\n", ulStart);
+    if (ulStart != std::string::npos && ulEnd != std::string::npos) {
+        pszOut->erase(ulStart, ulEnd + 2 - ulStart);
+    }
+}
+
 bool Engineer::PromptIsBack() {
+    LeaveOutLogReports(&szOut_);
     const size_t ulPrompt = szOut_.size() < 7 ? 0 : szOut_.size() - 7;
     bDebug_ = szOut_.compare(ulPrompt, 7, "\r\n[dbg]") == 0;
     const bool bTop = szOut_.compare(ulPrompt, 7, "\r\n<dbg>") == 0;
