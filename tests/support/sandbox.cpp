@@ -68,8 +68,7 @@ static bool TestEmptyTmp() {
         return true;
     }
     const std::string szFd = "/proc/self/fd/" + std::to_string(lKeep);
-    return mkdir(szKeep.c_str(), 0755) == 0 &&
-           mount(szFd.c_str(), szKeep.c_str(), nullptr, MS_BIND, nullptr) == 0;
+    return mkdir(szKeep.c_str(), 0755) == 0 && mount(szFd.c_str(), szKeep.c_str(), "", MS_BIND, nullptr) == 0;
 }
 
 bool TestEnterSandbox(char **argv) {
