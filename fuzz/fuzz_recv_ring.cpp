@@ -7,6 +7,7 @@
 #include "bp/bp_module/receive.h"
 #include "bp/bp_module/recv_ring.h"
 #include "fuzz/fuzz_support.h"
+#include "tests/support/slab_check.h"
 
 static constexpr uint32_t FUZZ_PROBE_CODE = 4242;
 static constexpr uint32_t FUZZ_SHORTAGE = 0x8000;
@@ -53,9 +54,8 @@ static void HoldBuffers() {
     for (uint32_t i = 0; i < BP_SLAB_CLASS_TIMER; i++) {
         BP_SlabInfo stInfo = {};
         BP_GetSlabInfo(i, &stInfo);
-        while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(stInfo.ulSize, BP_SLAB_TYPE_MSG)) {
-            g_apstHeld.push_back(pstBuf);
-        }
+        const std::vector<BP_SlabBuf *> apstBuf = TakeAll(stInfo.ulSize, BP_SLAB_TYPE_MSG);
+        g_apstHeld.insert(g_apstHeld.end(), apstBuf.begin(), apstBuf.end());
     }
 }
 
@@ -71,9 +71,7 @@ static void Prepare(uint32_t ulStart) {
 // What happens while nothing more comes: those who are short get their buffers, and the time for the rest of a
 // message runs out.
 static void BeIdle() {
-    for (BP_SlabBuf *pstBuf : g_apstHeld) {
-        BP_SlabFreeBuf(pstBuf);
-    }
+    FreeAll(g_apstHeld);
     g_apstHeld.clear();
     BP_RecvRing *pstRing = &BP_GetProcInfo()->stRecvRing;
     FuzzWait(

@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <thread>
 
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/files.h"
 #include "tests/support/slab_check.h"
+#include "tests/support/threads.h"
 
 static const char g_szLog[] = "/var/log/MW_MWARE00.log";
 static const char g_szLegend[] =
@@ -171,32 +171,17 @@ TEST_F(Dumps, TailFile_Failures) {
 
 // Whatever another thread does to the source meanwhile: a result, and never more than the block.
 TEST_F(Dumps, TailFile_OfAFileThatGrowsAndShrinks) {
-    std::atomic<bool> bStop{false};
     WriteFile("/tmp/src", "x\n");
-    std::thread stWriter([&] {
-        for (off_t i = 0; !bStop; i++) {
-            truncate("/tmp/src", i % 3 == 0 ? 60000 : i % 7);
-        }
+    off_t lRound = 0;
+    const Repeater stWriter([&] {
+        lRound++;
+        truncate("/tmp/src", lRound % 3 == 0 ? 60000 : lRound % 7);
     });
     for (int i = 0; i < 300; i++) {
         EXPECT_EQ(BP_TailFile("/tmp/src", "/tmp/dst", "w", 3), BP_OK);
         EXPECT_EQ(ReadFile("/tmp/dst").find("=====/tmp/src=====\n"), 0U);
         EXPECT_LT(ReadFile("/tmp/dst").size(), 24576U);
     }
-    bStop = true;
-    stWriter.join();
-}
-
-TEST_F(Dumps, DumpThatCannotBeWritten_IsNamedAndTheNextIsMade) {
-    mkdir(BP_SLAB_DUMP_PATH, 0755);
-    mkdir(BP_TIMER_DUMP_PATH, 0755);
-    BP_WriteDumps();
-    EXPECT_EQ(Logged("]fopen slab log path fail"), 2U);
-    for (const char *pcLine : {"]Write Slab Log fail", "]Write timer Slab Log fail",
-                               "]Collect DRV SlabLog fail", "]Collect ISP SlabLog fail"}) {
-        EXPECT_EQ(Logged(pcLine), 1U) << pcLine;
-    }
-    EXPECT_EQ(ReadFile(BP_KEY_DUMP_PATH).find("=====/var/log/MW_MWARE00.log=====\n"), 0U);
 }
 
 TEST_F(Dumps, CollectKeyLog_GoesOnWithItsNextSource) {
@@ -228,46 +213,30 @@ TEST_F(Dumps, ShortageInTheScan_DumpsWithoutDeadlock) {
     unlink(BP_SLAB_DUMP_PATH);
     BP_CheckTimerExpire();
     EXPECT_FALSE(FileExists(BP_SLAB_DUMP_PATH)); // latched
-    for (BP_SlabBuf *pstBuf : apstBuf) {
-        BP_SlabFreeBuf(pstBuf);
-    }
+    FreeAll(apstBuf);
     EXPECT_TRUE(AllSlabsFull());
 }
 
 static void RunDry(uint32_t ulSize, uint32_t ulType) {
-    std::vector<BP_SlabBuf *> apstBuf;
-    while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(ulSize, ulType)) {
-        memset(pstBuf->pucData, 0x5A, ulSize);
-        apstBuf.push_back(pstBuf);
-    }
+    const std::vector<BP_SlabBuf *> apstBuf = TakeAll(ulSize, ulType);
     for (BP_SlabBuf *pstBuf : apstBuf) {
-        BP_SlabFreeBuf(pstBuf);
+        memset(pstBuf->pucData, 0x5A, ulSize);
     }
+    FreeAll(apstBuf);
 }
 
 // Threads that run each class dry together, with others at work: one set of dumps while no latch is set, and
 // everything comes back.
 TEST_F(Dumps, ManyThreadsRunShort_DumpOnceAndRecover) {
-    std::atomic<bool> bStop{false};
-    std::thread stObserver([&] {
-        while (!bStop) {
-            for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
-                EXPECT_EQ(SlabFault(i), "");
-            }
-        }
-    });
+    const Repeater stObserver([] { EXPECT_EQ(SlabFault(), ""); });
     for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
         const uint32_t ulSize = g_astSlabConfig[i].ulSize;
         const uint32_t ulType = i == BP_SLAB_CLASS_TIMER ? BP_SLAB_TYPE_TIMER : BP_SLAB_TYPE_MSG;
         BP_Write(g_stBPbuffLogMgr.aulLatch[BP_BUF_LOG_MSG], 0U); // as in a process that this is the first for
-        std::vector<std::thread> astThread;
-        for (int j = 0; j < 8; j++) {
-            astThread.emplace_back(RunDry, ulSize, ulType);
-        }
-        uint32_t ulID = 0;
-        EXPECT_EQ(BP_StartCycleTimer(ulCtrlID_, 60000, OnCom, 0, &ulID), BP_OK);
-        for (auto &stThread : astThread) {
-            stThread.join();
+        {
+            const Threads stDry(8, [=](uint32_t) { RunDry(ulSize, ulType); });
+            uint32_t ulID = 0;
+            EXPECT_EQ(BP_StartCycleTimer(ulCtrlID_, 60000, OnCom, 0, &ulID), BP_OK);
         }
         const std::string szLine =
             "[BP_SlabGetBuf]Slab full, Print Slab_*.log. Size=" + std::to_string(ulSize) +
@@ -276,8 +245,6 @@ TEST_F(Dumps, ManyThreadsRunShort_DumpOnceAndRecover) {
         EXPECT_LE(Logged(szLine), ulType == BP_SLAB_TYPE_MSG ? 1U : 8U); // the timer latch may open in between
         EXPECT_TRUE(AllSlabsFull());
     }
-    bStop = true;
-    stObserver.join();
 }
 
 // The message latch stays shut, also for notices; the timer latch opens when notices are plentiful again.

@@ -12,6 +12,7 @@
 #include "bp/bp.h"
 #include "tests/support/capture.h"
 #include "tests/support/files.h"
+#include "tests/support/threads.h"
 
 static const char g_szLog[] = "/var/log/ks00.log";
 static const char g_szBackup[] = "/var/log/ks01.log";
@@ -220,18 +221,12 @@ TEST(Log, ManyThreadsThroughRotations_NoLineIsTornOrMissing) {
     StartLog();
     static constexpr int lThreads = 16;
     static constexpr int lLines = 400;
-    std::vector<std::thread> astThread;
-    for (int i = 0; i < lThreads; i++) {
-        astThread.emplace_back([i] {
-            for (int j = 0; j < lLines; j++) {
-                LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "<%d %d %s>", i, j,
-                    std::string(60, 'a' + i).c_str());
-            }
-        });
-    }
-    for (auto &stThread : astThread) {
-        stThread.join();
-    }
+    Threads(lThreads, [](uint32_t i) {
+        for (int j = 0; j < lLines; j++) {
+            LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "<%u %d %s>", i, j,
+                std::string(60, static_cast<char>('a' + i)).c_str());
+        }
+    });
     std::istringstream stText(ReadFile(g_szBackup) + ReadFile(g_szLog));
     std::string szLine;
     int lFound = 0;

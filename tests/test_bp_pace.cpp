@@ -2,13 +2,13 @@
 #include <gtest/gtest.h>
 #include <mutex>
 #include <set>
-#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
 #include "tests/support/files.h"
+#include "tests/support/threads.h"
 
 static constexpr uint32_t MW_CTRL = 0x90000001;
 static const char g_szLog[] = "/var/log/MW_MWARE00.log";
@@ -197,19 +197,13 @@ TEST_F(Pace, Prompt_ManyRequestersGetTheirOwnAnswers) {
     Start(1);
     std::mutex stLock;
     std::set<std::string> aszAnswer;
-    std::vector<std::thread> astThread;
-    for (int i = 0; i < 8; i++) {
-        astThread.emplace_back([&] {
-            for (int j = 0; j < 500; j++) {
-                const std::string szAnswer = Ask(10);
-                const std::lock_guard<std::mutex> stGuard(stLock);
-                aszAnswer.insert(szAnswer);
-            }
-        });
-    }
-    for (std::thread &stThread : astThread) {
-        stThread.join();
-    }
+    Threads(8, [&](uint32_t) {
+        for (int j = 0; j < 500; j++) {
+            const std::string szAnswer = Ask(10);
+            const std::lock_guard<std::mutex> stGuard(stLock);
+            aszAnswer.insert(szAnswer);
+        }
+    });
     EXPECT_EQ(aszAnswer.size(), 8U * 500);
     ExpectAllBack();
 }
@@ -224,19 +218,4 @@ TEST_F(Pace, Prompt_LimitIsTheWholeLimit) {
     EXPECT_EQ(CountOf(szLog, "timeout(10 0)(ffffffff fffffffd),Cmd(31060)"), 1U);
     EXPECT_EQ(CountOf(szLog, "timeout(1000 1000)(ffffffff fffffffd),Cmd(31060)"), 1U);
     ExpectAllBack();
-}
-
-TEST_F(Pace, Prompt_WithoutADescriptorForIt_StartFails) {
-    BP_InitLog("MW_MWARE");
-    const int lNext = dup(STDIN_FILENO);
-    close(lNext);
-    ASSERT_EQ(BP_SetPromptDelivery(1), BP_OK);
-    struct rlimit stBefore;
-    getrlimit(RLIMIT_NOFILE, &stBefore);
-    const struct rlimit stLimit = {static_cast<rlim_t>(lNext) + 2, stBefore.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &stLimit); // the log's file and the epoll instance
-    const uint32_t ulRet = BP_MwareInit("MW_MWARE", 101);
-    setrlimit(RLIMIT_NOFILE, &stBefore);
-    EXPECT_EQ(ulRet, BP_ERR_FAIL);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_ProcInit]fail to init prompt delivery."), 1U);
 }

@@ -1,13 +1,12 @@
 #include <algorithm>
-#include <atomic>
 #include <gtest/gtest.h>
-#include <thread>
 #include <vector>
 
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
 #include "tests/support/files.h"
 #include "tests/support/slab_check.h"
+#include "tests/support/threads.h"
 
 static const char g_szLog[] = "/var/log/t00.log";
 
@@ -20,19 +19,6 @@ protected:
         BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 1U);
         BP_GetProcInfo()->usProcID = usProcID;
         ASSERT_EQ(BP_InitBufManager(), BP_OK);
-    }
-    static std::vector<BP_SlabBuf *> TakeAll(uint32_t ulSize, uint32_t ulType) {
-        std::vector<BP_SlabBuf *> apstBuf;
-        while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(ulSize, ulType)) {
-            apstBuf.push_back(pstBuf);
-        }
-        return apstBuf;
-    }
-    static void FreeAll(std::vector<BP_SlabBuf *> *papstBuf) {
-        for (BP_SlabBuf *pstBuf : *papstBuf) {
-            EXPECT_EQ(BP_SlabFreeBuf(pstBuf), BP_OK);
-        }
-        papstBuf->clear();
     }
 };
 
@@ -87,44 +73,21 @@ TEST_F(Slab, Reserve_IsForExemptCallersOnly) {
     for (const auto &stCase : astCase) {
         SCOPED_TRACE(stCase.ulSize);
         BP_GetProcInfo()->usProcID = 0; // nobody in particular
-        std::vector<BP_SlabBuf *> apstBuf = TakeAll(stCase.ulSize, stCase.ulType);
+        const std::vector<BP_SlabBuf *> apstBuf = TakeAll(stCase.ulSize, stCase.ulType);
         BP_SlabInfo stInfo = {};
         BP_GetSlabInfo(apstBuf.back()->usSlabId, &stInfo);
         EXPECT_EQ(stInfo.ulFreeNum, stCase.ulKept);
         BP_GetProcInfo()->usProcID = 257; // ks
-        std::vector<BP_SlabBuf *> apstRest = TakeAll(stCase.ulSize, stCase.ulType);
+        const std::vector<BP_SlabBuf *> apstRest = TakeAll(stCase.ulSize, stCase.ulType);
         EXPECT_EQ(apstRest.size(), stCase.ulKept);
-        FreeAll(&apstRest);
-        FreeAll(&apstBuf);
+        FreeAll(apstRest);
+        FreeAll(apstBuf);
     }
     EXPECT_TRUE(AllSlabsFull());
     EXPECT_EQ(
         CountOf(ReadFile("/var/log/t00.debug"), "[BP_IsSlabBufAvaliable]slab buff(size 128) has only 10."), 1U);
     EXPECT_EQ(CountOf(ReadFile("/var/log/t00.debug"), "[BP_SlabGetBuf]fail to get buf from slab manager 0."),
               1U);
-}
-
-TEST_F(Slab, Shortage_IsReportedOncePerLatch) {
-    static const char szFull[] = "[BP_SlabGetBuf]Slab full, Print Slab_*.log. Size=";
-    Start(0);
-    std::vector<BP_SlabBuf *> apstTimer = TakeAll(4, BP_SLAB_TYPE_TIMER);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), szFull), 1U);
-    TakeAll(4, BP_SLAB_TYPE_TIMER);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), szFull), 1U);
-    FreeAll(&apstTimer);
-    apstTimer = TakeAll(4, BP_SLAB_TYPE_TIMER); // plenty were free, which opened the latch
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), std::string(szFull) + "4, Type=1"), 2U);
-    FreeAll(&apstTimer);
-    FreeAll(&(apstTimer = {BP_SlabGetBuf(4, BP_SLAB_TYPE_TIMER)}));
-
-    std::vector<BP_SlabBuf *> apstMsg = TakeAll(16384, BP_SLAB_TYPE_MSG);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), std::string(szFull) + "16384, Type=0"), 1U);
-    FreeAll(&apstMsg);
-    apstMsg = TakeAll(16384, BP_SLAB_TYPE_MSG);
-    apstTimer = TakeAll(4, BP_SLAB_TYPE_TIMER); // the message latch stays shut, for either kind
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), szFull), 3U);
-    FreeAll(&apstMsg);
-    FreeAll(&apstTimer);
 }
 
 TEST_F(Slab, FreeBuf_WrongBuffers_AreReportedAndChangeNothing) {
@@ -177,14 +140,15 @@ TEST_F(Slab, FreeBuf_RacingTheQueuesReader_GivesEachBufferBackOnce) {
         for (BP_SlabBuf *pstBuf : apstBuf) {
             BP_ModuleAddMsg(&stQueue, pstBuf);
         }
-        std::thread stReader([&] {
-            while (BP_SlabBuf *pstBuf = BP_ModuleGetMsg(&stQueue, BP_GET_FIRST, 0)) {
-                BP_SlabFreeBuf(pstBuf);
-            }
-        });
         std::reverse(apstBuf.begin(), apstBuf.end());
-        FreeAll(&apstBuf);
-        stReader.join();
+        {
+            const Threads stReader(1, [&](uint32_t) {
+                while (BP_SlabBuf *pstBuf = BP_ModuleGetMsg(&stQueue, BP_GET_FIRST, 0)) {
+                    BP_SlabFreeBuf(pstBuf);
+                }
+            });
+            FreeAll(apstBuf);
+        }
         ASSERT_EQ(BP_QueueLength(&stQueue), 0U);
         ASSERT_TRUE(AllSlabsFull());
     }
@@ -208,40 +172,17 @@ TEST_F(Slab, TimeoutMark_ReachesOnlyItsOwnUse) {
     EXPECT_EQ(BP_Read(pstBuf->ucFlag), BP_BUF_TAKEN);
 }
 
-TEST_F(Slab, TooManyBuffersConfigured_Fails) {
-    BP_InitLog("t");
-    BP_RegCmdModuleID("BP", 0, 0, BP_LOG_BP_MODULE_ID);
-    g_astSlabConfig[0].ulNum += 1001 - 764;
-    EXPECT_EQ(BP_InitBufManager(), BP_ERR_FAIL);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_InitBufManager]totle slab buf num 1001 > 1000."), 1U);
-}
-
 TEST_F(Slab, ManyThreads_CountsAlwaysAddUp) {
     Start(257);
-    std::atomic<bool> bDone{false};
-    std::vector<std::thread> astThread;
-    for (uint32_t i = 0; i < 8; i++) {
-        astThread.emplace_back([i] {
-            for (uint32_t j = 0; j < 5000; j++) {
-                BP_SlabBuf *pstBuf = BP_SlabGetBuf((i * 7919 + j * 104729) % 16384, BP_SLAB_TYPE_MSG);
-                if (pstBuf != nullptr) {
-                    pstBuf->pucData[0] = static_cast<uint8_t>(i); // a data race if anybody else holds it
-                    BP_SlabFreeBuf(pstBuf);
-                }
-            }
-        });
-    }
-    std::thread stObserver([&] {
-        while (!bDone) {
-            for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
-                ASSERT_EQ(SlabFault(i), "");
+    const Repeater stObserver([] { EXPECT_EQ(SlabFault(), ""); });
+    Threads(8, [](uint32_t i) {
+        for (uint32_t j = 0; j < 5000; j++) {
+            BP_SlabBuf *pstBuf = BP_SlabGetBuf((i * 7919 + j * 104729) % 16384, BP_SLAB_TYPE_MSG);
+            if (pstBuf != nullptr) {
+                pstBuf->pucData[0] = static_cast<uint8_t>(i); // a data race if anybody else holds it
+                BP_SlabFreeBuf(pstBuf);
             }
         }
     });
-    for (auto &stThread : astThread) {
-        stThread.join();
-    }
-    bDone = true;
-    stObserver.join();
     EXPECT_TRUE(AllSlabsFull());
 }

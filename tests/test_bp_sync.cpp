@@ -1,11 +1,12 @@
 #include <csignal>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <thread>
 
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
 #include "tests/support/files.h"
+#include "tests/support/slab_check.h"
+#include "tests/support/threads.h"
 
 static constexpr uint32_t MW_CTRL = 0x90000001;
 static constexpr uint32_t MW_PTZ = 0x90000003;
@@ -66,27 +67,16 @@ TEST_F(SyncRemote, ClassRunDryByManyThreads_RequestsFailWithTheirLines) {
         SCOPED_TRACE(ulSize);
         pthread_barrier_t stBarrier;
         pthread_barrier_init(&stBarrier, nullptr, ulThreads);
-        std::vector<std::thread> astThread;
-        for (uint32_t j = 0; j < ulThreads; j++) {
-            astThread.emplace_back([&] {
-                std::vector<BP_SlabBuf *> apstBuf;
-                while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(ulSize, BP_SLAB_TYPE_MSG)) {
-                    apstBuf.push_back(pstBuf);
-                }
-                pthread_barrier_wait(&stBarrier);
-                EXPECT_EQ(Ask(std::string(ulSize - BP_MSG_HDR_LEN, 'x'), 10),
-                          "error " + std::to_string(BP_ERR_PARAM));
-                pthread_barrier_wait(&stBarrier);
-                for (BP_SlabBuf *pstBuf : apstBuf) {
-                    BP_SlabFreeBuf(pstBuf);
-                }
-                pthread_barrier_wait(&stBarrier);
-                EXPECT_EQ(Ask("x", 10), "ok");
-            });
-        }
-        for (std::thread &stThread : astThread) {
-            stThread.join();
-        }
+        Threads(ulThreads, [&](uint32_t) {
+            const std::vector<BP_SlabBuf *> apstBuf = TakeAll(ulSize, BP_SLAB_TYPE_MSG);
+            pthread_barrier_wait(&stBarrier);
+            EXPECT_EQ(Ask(std::string(ulSize - BP_MSG_HDR_LEN, 'x'), 10),
+                      "error " + std::to_string(BP_ERR_PARAM));
+            pthread_barrier_wait(&stBarrier);
+            FreeAll(apstBuf);
+            pthread_barrier_wait(&stBarrier);
+            EXPECT_EQ(Ask("x", 10), "ok");
+        });
         pthread_barrier_destroy(&stBarrier);
         EXPECT_TRUE(AllSlabsRefill());
         const std::string szDebug = ReadFile("/var/log/ks00.debug");
@@ -103,6 +93,9 @@ TEST_F(SyncRemote, ClassRunDryByManyThreads_RequestsFailWithTheirLines) {
 // back.
 TEST_F(SyncRemote, MisbehavingTarget_CostsNothing) {
     using Replies = std::vector<std::string>;
+    const auto Ack = [](const WireMsg &r, const char *pcText) { return Bytes(MakeAck(r, pcText)); };
+    BusSocket stElsewhere;
+    ScriptedTarget stTarget(PORT_MWARE, AnswerAll(""));
     const auto pfnForeign = [](const WireMsg &stReq) {
         WireMsg stAck = MakeAck(stReq, "for somebody else");
         stAck.stHdr.AssiMsgId += 1000;
@@ -115,32 +108,38 @@ TEST_F(SyncRemote, MisbehavingTarget_CostsNothing) {
     } astCase[] = {
         {"silence", [](const WireMsg &) { return Replies{}; }, "error 1057"},
         {"twice",
-         [](const WireMsg &r) {
-             return Replies{Bytes(MakeAck(r, "a")), Bytes(MakeAck(r, "b"))};
+         [&](const WireMsg &r) {
+             return Replies({Ack(r, "a"), Ack(r, "b")});
          },
          "a"},
         {"foreign first",
          [&](const WireMsg &r) {
-             return Replies{pfnForeign(r), Bytes(MakeAck(r, "a"))};
+             return Replies({pfnForeign(r), Ack(r, "a")});
          },
          "a"},
         {"foreign only", [&](const WireMsg &r) { return Replies{pfnForeign(r)}; }, "error 1057"},
         {"garbage first",
-         [](const WireMsg &r) {
-             return Replies{std::string(500, '#'), Bytes(MakeAck(r, "a"))};
+         [&](const WireMsg &r) {
+             return Replies({std::string(500, '#'), Ack(r, "a")});
+         },
+         "a"},
+        {"oversized first",
+         [&](const WireMsg &r) {
+             return Replies({std::string(20000, '#'), Ack(r, "a")});
+         },
+         "a"},
+        {"from elsewhere",
+         [&](const WireMsg &r) {
+             stTarget.SendLate(Ack(r, "a"), &stElsewhere);
+             return Replies{};
          },
          "a"},
         {"split",
-         [](const WireMsg &r) {
-             const std::string szAll = Bytes(MakeAck(r, "in pieces"));
+         [&](const WireMsg &r) {
+             const std::string szAll = Ack(r, "in pieces");
              return Replies{szAll.substr(0, 30), szAll.substr(30, 12), szAll.substr(42)};
          },
          "in pieces"},
-        {"oversized first",
-         [](const WireMsg &r) {
-             return Replies{std::string(20000, '#'), Bytes(MakeAck(r, "a"))};
-         },
-         "a"},
         {"not an answer",
          [](const WireMsg &r) {
              WireMsg stMsg = MakeAck(r, "a request");
@@ -156,7 +155,6 @@ TEST_F(SyncRemote, MisbehavingTarget_CostsNothing) {
          },
          "error 1057"},
     };
-    ScriptedTarget stTarget(PORT_MWARE, AnswerAll(""));
     for (const auto &stCase : astCase) {
         SCOPED_TRACE(stCase.pcName);
         stTarget.SetScript(stCase.pfnScript);
@@ -219,20 +217,14 @@ TEST_F(SyncRemote, ThousandRequests_LeaveEveryClassFull) {
     });
     std::atomic<uint32_t> ulGood{0};
     std::atomic<uint32_t> ulTimedOut{0};
-    std::vector<std::thread> astThread;
-    for (int i = 0; i < 20; i++) {
-        astThread.emplace_back([&, i] {
-            for (int j = 0; j < 50; j++) {
-                const std::string szText = std::to_string(i) + "/" + std::to_string(j);
-                const std::string szAnswer = Ask(szText, 1);
-                ulGood += szAnswer == szText;
-                ulTimedOut += szAnswer == "error 1057";
-            }
-        });
-    }
-    for (auto &stThread : astThread) {
-        stThread.join();
-    }
+    Threads(20, [&](uint32_t i) {
+        for (int j = 0; j < 50; j++) {
+            const std::string szText = std::to_string(i) + "/" + std::to_string(j);
+            const std::string szAnswer = Ask(szText, 1);
+            ulGood += szAnswer == szText;
+            ulTimedOut += szAnswer == "error 1057";
+        }
+    });
     EXPECT_EQ(ulGood + ulTimedOut, 1000U); // nobody ever got somebody else's answer
     EXPECT_GT(ulTimedOut, 30U);
     EXPECT_GT(ulGood, 700U);
@@ -267,21 +259,13 @@ TEST_F(SyncRemote, SignalsDoNotUseUpTheLimit) {
     stAction.sa_handler = OnAlarm; // without SA_RESTART: every sleep is interrupted
     sigaction(SIGALRM, &stAction, nullptr);
     const pthread_t ulSelf = pthread_self();
-    std::atomic<bool> bDone{false};
-    std::thread stStorm([&] {
-        while (!bDone) {
-            pthread_kill(ulSelf, SIGALRM);
-            usleep(500);
-        }
+    const Repeater stStorm([=] {
+        pthread_kill(ulSelf, SIGALRM);
+        usleep(500);
     });
-    struct timespec stStart = {};
-    struct timespec stEnd = {};
-    clock_gettime(CLOCK_MONOTONIC, &stStart);
+    const int64_t lStart = BP_NowMs();
     EXPECT_EQ(Ask("x", 1), "error 1057");
-    clock_gettime(CLOCK_MONOTONIC, &stEnd);
-    bDone = true;
-    stStorm.join();
-    EXPECT_GE((stEnd.tv_sec - stStart.tv_sec) * 1000 + (stEnd.tv_nsec - stStart.tv_nsec) / 1000000, 990);
+    EXPECT_GE(BP_NowMs() - lStart, 990);
 }
 
 // Requests between modules of one process.
@@ -296,8 +280,7 @@ protected:
     void TearDown() override { EXPECT_TRUE(AllSlabsRefill()); }
 };
 
-static uint32_t Echo(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
-    (void)ulMsgCode;
+static uint32_t Echo(uint32_t, BP_StructMsg *pstMsg, uint32_t ulParam) {
     uint8_t *pucText = nullptr;
     uint32_t ulLen = 0;
     BP_DecodeStructMsgData(pstMsg, &pucText, &ulLen);
@@ -309,8 +292,7 @@ static std::atomic<uint32_t> g_ulEqual;
 static std::atomic<uint32_t> g_ulLate;
 static std::atomic<uint32_t> g_ulDone;
 
-static uint32_t AskPtz(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
-    (void)pstMsg;
+static uint32_t AskPtz(uint32_t ulMsgCode, BP_StructMsg *, uint32_t ulParam) {
     char *pcAnswer = nullptr;
     const uint32_t ulRet = BP_SendCmdMsg("question", MW_PTZ, ulMsgCode, ulParam, &pcAnswer);
     g_ulEqual += ulRet == BP_OK && strcmp(pcAnswer, "question") == 0;
@@ -344,8 +326,7 @@ TEST_F(SyncLocal, WaitsThatRaceTheirAnswers_LoseNoBuffer) {
 
 static std::atomic<uint32_t> g_ulHandled;
 
-static uint32_t CountHandled(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
-    (void)ulMsgCode, (void)pstMsg, (void)ulParam;
+static uint32_t CountHandled(uint32_t, BP_StructMsg *, uint32_t) {
     g_ulHandled++;
     return BP_OK;
 }

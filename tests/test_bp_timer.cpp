@@ -1,13 +1,13 @@
 #include <gtest/gtest.h>
 #include <random>
 #include <set>
-#include <thread>
 #include <unistd.h>
 
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/files.h"
+#include "tests/support/threads.h"
 
 static constexpr uint32_t MW_CTRL = 0x90000001;
 static constexpr uint32_t MW_PTZ = 0x90000003;
@@ -196,19 +196,6 @@ TEST_F(Timer, OnceAndDateTimers_UnregisterThemselves) {
     EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_UnregistTimerProc]MW_MWARE timerid 2 is invalid."), 1U);
 }
 
-TEST_F(Timer, DayTimerThatReachesItsEnd_RunsItsLastNotice) {
-    setenv("TZ", "UTC0", 1);
-    SetClock(Utc("2026-03-05T07:00:00"));
-    StartMainThread();
-    BP_TimerParam stParam = Valid();
-    stParam.ulType = BP_TIMER_DAY;
-    stParam.usHour = 8;
-    stParam.lStopTime = static_cast<int32_t>(Utc("2026-03-06T08:00:00"));
-    ASSERT_EQ(BP_RegistTimer(&stParam, &g_ulTimerID), BP_OK);
-    SetClock(Utc("2026-03-05T08:00:01"));
-    EXPECT_TRUE(WaitFor([] { return FiredNum() == 1 && Working() == 0; }));
-}
-
 // A module that was busy finds several notices, the last of which is the timer's last.
 TEST_F(Timer, DayTimerThatReachesItsEndWhileItsModuleIsBusy_RunsAllNotices) {
     setenv("TZ", "UTC0", 1);
@@ -300,8 +287,7 @@ TEST_F(Timer, OwnerGone_TimerWaitsAndCanStillBeEnded) {
 }
 
 static std::atomic<uint32_t> g_aulFired[BP_MAX_TIMER_NUM];
-static uint32_t OnCount(uint32_t ulTimerID, uint32_t ulParam) {
-    (void)ulTimerID;
+static uint32_t OnCount(uint32_t, uint32_t ulParam) {
     g_aulFired[ulParam]++;
     return 0;
 }
@@ -342,23 +328,17 @@ TEST_F(Timer, ManyTimersForAWhile_FireAsOftenAsTheTimeAllows) {
     }
     const char *pcSeconds = getenv("KS_TIMER_SECONDS");
     const int64_t lEnd = BP_NowMs() + (pcSeconds != nullptr ? atoi(pcSeconds) : 4) * 1000;
-    std::vector<std::thread> astThread;
-    for (uint32_t i = 0; i < 4; i++) {
-        astThread.emplace_back([&, i] {
-            std::minstd_rand stRandom(i + 1);
-            while (BP_NowMs() < lEnd) { // of every eight timers, each thread changes one
-                const uint32_t ulOne = i + stRandom() % 8 * 8;
-                pfnEnd(ulOne);
-                EXPECT_EQ(BP_UnregistTimer(astRun[ulOne].ulID), BP_ERR_NO_TIMER);
-                pfnStart(ulOne, static_cast<int32_t>(40 + stRandom() % 361));
-                EXPECT_EQ(Both(), BP_MAX_TIMER_NUM);
-                usleep(stRandom() % 60000);
-            }
-        });
-    }
-    for (auto &stThread : astThread) {
-        stThread.join();
-    }
+    Threads(4, [&](uint32_t i) {
+        std::minstd_rand stRandom(i + 1);
+        while (BP_NowMs() < lEnd) { // of every eight timers, each thread changes one
+            const uint32_t ulOne = i + stRandom() % 8 * 8;
+            pfnEnd(ulOne);
+            EXPECT_EQ(BP_UnregistTimer(astRun[ulOne].ulID), BP_ERR_NO_TIMER);
+            pfnStart(ulOne, static_cast<int32_t>(40 + stRandom() % 361));
+            EXPECT_EQ(Both(), BP_MAX_TIMER_NUM);
+            usleep(stRandom() % 60000);
+        }
+    });
     for (uint32_t i = 0; i < BP_MAX_TIMER_NUM; i++) {
         pfnEnd(i);
     }

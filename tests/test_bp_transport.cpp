@@ -8,6 +8,8 @@
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
 #include "tests/support/files.h"
+#include "tests/support/slab_check.h"
+#include "tests/support/threads.h"
 
 static constexpr uint32_t MW_CTRL = 0x90000001;
 static const char g_szLog[] = "/var/log/MW_MWARE00.log";
@@ -16,9 +18,7 @@ static std::mutex g_stSeenLock;
 static std::vector<std::string> g_aszSeen;
 static std::map<std::string, uint16_t> g_ausPeerPort; // of each text that was seen
 
-static uint32_t Note(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
-    (void)ulMsgCode;
-    (void)ulParam;
+static uint32_t Note(uint32_t, BP_StructMsg *pstMsg, uint32_t) {
     uint8_t *pucText = nullptr;
     uint32_t ulLen = 0;
     BP_DecodeStructMsgData(pstMsg, &pucText, &ulLen);
@@ -262,10 +262,7 @@ TEST_F(Transport, UnaskedAnswers_MakeWayWhenBuffersAreShort) {
 }
 
 TEST_F(Transport, NoBuffer_NothingIsLostOrMisaddressed) {
-    std::vector<BP_SlabBuf *> apstTaken;
-    while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(4096, BP_SLAB_TYPE_MSG)) {
-        apstTaken.push_back(pstBuf);
-    }
+    const std::vector<BP_SlabBuf *> apstTaken = TakeAll(4096, BP_SLAB_TYPE_MSG);
     BusSocket stOther;
     const std::string szBig(3000, 'b');
     stPeer_.SendTo(PORT_MWARE, Msg(szBig));
@@ -275,9 +272,7 @@ TEST_F(Transport, NoBuffer_NothingIsLostOrMisaddressed) {
     EXPECT_TRUE(pstRing_->bNoBuf);
     EXPECT_EQ(pstRing_->ulUsedLen, szBig.size() + 40);
     EXPECT_TRUE(Delivered({}));
-    for (BP_SlabBuf *pstBuf : apstTaken) {
-        BP_SlabFreeBuf(pstBuf);
-    }
+    FreeAll(apstTaken);
     BP_ResumeReceive(); // as the idle pass does, without a further datagram
     EXPECT_TRUE(Delivered({szBig, "behind it"}));
     EXPECT_EQ(PeerPortOf(szBig), stPeer_.Port());
@@ -316,21 +311,15 @@ static size_t DropsAt(uint16_t usPort) {
 // queued is delivered, each sender's in its order, and no further datagram is needed for it. Buffers run short
 // meanwhile.
 TEST_F(Transport, BurstsFromManySenders_AreDeliveredInOrder) {
-    static constexpr int lSenders = 8;
-    static constexpr int lEach = 200;
-    BusSocket astSender[lSenders];
-    std::vector<std::thread> astThread;
-    for (int i = 0; i < lSenders; i++) {
-        astThread.emplace_back([&, i] {
-            for (int j = 0; j < lEach; j++) {
-                astSender[i].SendTo(PORT_MWARE, Msg(std::to_string(i) + " " + std::to_string(1000 + j)));
-            }
-        });
-    }
-    for (auto &stThread : astThread) {
-        stThread.join();
-    }
-    const size_t ulQueued = lSenders * lEach - DropsAt(PORT_MWARE);
+    static constexpr uint32_t ulSenders = 8;
+    static constexpr uint32_t ulEach = 200;
+    BusSocket astSender[ulSenders];
+    Threads(ulSenders, [&](uint32_t i) {
+        for (uint32_t j = 0; j < ulEach; j++) {
+            astSender[i].SendTo(PORT_MWARE, Msg(std::to_string(i) + " " + std::to_string(1000 + j)));
+        }
+    });
+    const size_t ulQueued = ulSenders * ulEach - DropsAt(PORT_MWARE);
     ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK);
     EXPECT_GE(ulQueued, 200U);
     ASSERT_TRUE(WaitFor([&] {

@@ -7,6 +7,7 @@
 #include "tests/support/bus_peer.h"
 #include "tests/support/console.h"
 #include "tests/support/files.h"
+#include "tests/support/threads.h"
 
 TEST_F(ConsoleOnMware, SignalThatEndsIt_RestoresTheTerminal) {
     for (const int lSignal : {SIGHUP, SIGTERM}) {
@@ -68,22 +69,19 @@ TEST_F(ConsoleOnMware, StoppedAndContinued_TakesTheTerminalBack) {
 
 // From the start on, while threads start and shells are run for them.
 TEST_F(ConsoleOnMware, SignalStorms_ChangeNothing) {
-    std::atomic<bool> bStop{false};
-    std::thread stStorm([&] {
-        while (!bStop) {
+    {
+        const Repeater stStorm([this] {
             for (const int lSignal : {SIGCHLD, SIGWINCH, SIGCONT, SIGURG}) {
                 pstKs_->Signal(lSignal);
                 stMware_.Signal(lSignal);
             }
             usleep(100);
+        });
+        EnterDebugMode(pstKs_);
+        for (int i = 0; i < 20; i++) {
+            EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "degrees"), 1U);
         }
-    });
-    EnterDebugMode(pstKs_);
-    for (int i = 0; i < 20; i++) {
-        EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "degrees"), 1U);
     }
-    bStop = true;
-    stStorm.join();
     EXPECT_EQ(CountOf(ReadFile("/tmp/ThreadInfo[" + std::to_string(pstKs_->Pid()) + "].log"), "\n"), 2U);
     EXPECT_EQ(CountOf(ReadFile("/var/log/ks00.log"), "[E("), 0U);
 }
@@ -168,7 +166,6 @@ TEST_F(ConsoleOnMware, LogThatCannotBeWritten_LeavesTheConsoleUsable) {
               1U);
     EXPECT_EQ(CountOf(szFailed, "\n"), CountOf(szFailed, "\r\n")) << szFailed;
     EXPECT_EQ(CountOf(Command(pstKs_, "display ptz"), "degrees"), 1U);
-    UnmountSmall("/var/log");
 }
 
 // A terminal that nobody reads stops this console, and nobody else; nothing is lost when it is read again.

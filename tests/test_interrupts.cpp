@@ -10,6 +10,7 @@
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
 #include "tests/support/files.h"
+#include "tests/support/threads.h"
 
 static constexpr uint32_t MW_CTRL = 0x90000001;
 static constexpr uint32_t MW_PTZ = 0x90000003;
@@ -139,23 +140,17 @@ TEST(Interrupts, ShellRunsAndLinesAreWhole) {
     std::atomic<uint32_t> ulCut{0};
     {
         const Storm stStorm;
-        std::vector<std::thread> astThread;
-        for (int i = 0; i < lThreads; i++) {
-            astThread.emplace_back([&, i] {
-                for (int j = 0; j < lRuns; j++) {
-                    const int lStatus = BP_System(j % 2 == 0 ? "exit 7" : "sleep 0.02; exit 7");
-                    ulRight += lStatus == 7 << 8;
-                    ulCut += lStatus == -1; // an interrupted wait; the child is fetched all the same
-                    BP_WriteLog(BP_LOG_LEVEL_INFO, 0, BP_LOG_BP_MODULE_ID, "a.c", 1, "<%d-%d>", i, j);
-                }
-                sigset_t stMask;
-                pthread_sigmask(SIG_SETMASK, nullptr, &stMask);
-                EXPECT_EQ(sigismember(&stMask, SIGCHLD), 0);
-            });
-        }
-        for (std::thread &stThread : astThread) {
-            stThread.join();
-        }
+        Threads(lThreads, [&](uint32_t i) {
+            for (int j = 0; j < lRuns; j++) {
+                const int lStatus = BP_System(j % 2 == 0 ? "exit 7" : "sleep 0.02; exit 7");
+                ulRight += lStatus == 7 << 8;
+                ulCut += lStatus == -1; // an interrupted wait; the child is fetched all the same
+                BP_WriteLog(BP_LOG_LEVEL_INFO, 0, BP_LOG_BP_MODULE_ID, "a.c", 1, "<%u-%d>", i, j);
+            }
+            sigset_t stMask;
+            pthread_sigmask(SIG_SETMASK, nullptr, &stMask);
+            EXPECT_EQ(sigismember(&stMask, SIGCHLD), 0);
+        });
     }
     EXPECT_EQ(ulRight + ulCut, static_cast<uint32_t>(lThreads * lRuns));
     EXPECT_GT(ulCut, 0U);

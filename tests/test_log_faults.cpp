@@ -3,12 +3,12 @@
 #include <sstream>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 #include "bp/bp.h"
 #include "tests/support/capture.h"
 #include "tests/support/files.h"
+#include "tests/support/threads.h"
 
 static const char g_szLog[] = "/var/log/ks00.log";
 
@@ -59,35 +59,27 @@ TEST_F(LogFaults, DiskFull_LinesAreWholeOrNotThere) {
     mount("tmpfs", "/var/log", "tmpfs", MS_REMOUNT, "size=65536");
     Log("room again");
     EXPECT_EQ(WholeLines(g_szLog), ulWritten + 1);
-    UnmountSmall("/var/log");
 }
 
 // Two writers with a file description each, as two consoles have them.
 TEST_F(LogFaults, DiskFull_SharedFile_LinesAreWholeOrNotThere) {
-    static constexpr int lWriters = 2;
-    static constexpr int lLines = 500;
+    static constexpr uint32_t ulWriters = 2;
+    static constexpr uint32_t ulLines = 500;
     if (!MountSmall("/var/log", 16384)) {
         GTEST_SKIP() << "needs a mount namespace of its own";
     }
     Capture stErr(stderr);
-    std::vector<std::thread> astWriter;
-    for (int i = 0; i < lWriters; i++) {
-        astWriter.emplace_back([i] {
-            BP_LogFile stFile = {};
-            BP_LogInitFile(&stFile, "ks", ".log");
-            for (int j = 0; j < lLines; j++) {
-                WriteTo(&stFile, "<%s>", std::string(static_cast<size_t>(50 + (i + j) % 100), 'x').c_str());
-            }
-            fclose(stFile.pstFp);
-        });
-    }
-    for (std::thread &stWriter : astWriter) {
-        stWriter.join();
-    }
+    Threads(ulWriters, [](uint32_t i) {
+        BP_LogFile stFile = {};
+        BP_LogInitFile(&stFile, "ks", ".log");
+        for (uint32_t j = 0; j < ulLines; j++) {
+            WriteTo(&stFile, "<%s>", std::string(50 + (i + j) % 100, 'x').c_str());
+        }
+        fclose(stFile.pstFp);
+    });
     const size_t ulWritten = WholeLines(g_szLog);
     EXPECT_GT(ulWritten, 20U);
-    EXPECT_EQ(CountOf(stErr.Stop(), "[bp_log-903]"), lWriters * lLines - ulWritten);
-    UnmountSmall("/var/log");
+    EXPECT_EQ(CountOf(stErr.Stop(), "[bp_log-903]"), ulWriters * ulLines - ulWritten);
 }
 
 // Two consoles share their files: what one of them has rotated, the other leaves alone.
@@ -130,7 +122,6 @@ TEST_F(LogFaults, ReadOnly_SaysSoAndResumes) {
     mount("tmpfs", "/var/log", "tmpfs", MS_REMOUNT, "");
     Log("kept");
     EXPECT_EQ(WholeLines(g_szLog), 1U);
-    UnmountSmall("/var/log");
 }
 
 TEST_F(LogFaults, DirectoryRemoved_IsMadeAgain) {
@@ -143,7 +134,6 @@ TEST_F(LogFaults, DirectoryRemoved_IsMadeAgain) {
         unlink(g_szLog);
         EXPECT_EQ(rmdir("/var/log"), 0);
     }
-    UnmountSmall("/var");
 }
 
 // Sixteen threads write, while the file under them is removed, moved, replaced and blocked: each line is in one
@@ -153,30 +143,26 @@ TEST_F(LogFaults, FileChangesUnderManyThreads_EveryLineIsWholeOrAccountedFor) {
     static constexpr int lLines = 60; // few enough for one file, so that no backup is lost to the next one
     Capture stErr(stderr);
     std::atomic<int> lRunning{lThreads};
-    std::vector<std::thread> astThread;
-    for (int i = 0; i < lThreads; i++) {
-        astThread.emplace_back([&, i] {
+    std::vector<std::string> aszFile = {g_szLog};
+    {
+        const Threads stWriters(lThreads, [&](uint32_t i) {
             for (int j = 0; j < lLines; j++) {
                 Log(std::to_string(i) + " " + std::to_string(j) + std::string(60, 'y'));
                 usleep(100);
             }
             lRunning--;
         });
-    }
-    std::vector<std::string> aszFile = {g_szLog};
-    while (lRunning > 0) {
-        if (aszFile.size() % 2 == 0) {
+        while (lRunning > 0) {
+            if (aszFile.size() % 2 == 0) {
+                mkdir(g_szLog, 0755);
+            }
+            aszFile.push_back("/var/log/aside" + std::to_string(aszFile.size()));
+            rename(g_szLog, aszFile.back().c_str());
             mkdir(g_szLog, 0755);
+            usleep(300);
+            rmdir(g_szLog);
+            usleep(300);
         }
-        aszFile.push_back("/var/log/aside" + std::to_string(aszFile.size()));
-        rename(g_szLog, aszFile.back().c_str());
-        mkdir(g_szLog, 0755);
-        usleep(300);
-        rmdir(g_szLog);
-        usleep(300);
-    }
-    for (auto &stThread : astThread) {
-        stThread.join();
     }
     size_t ulFound = 0;
     for (const std::string &szFile : aszFile) {

@@ -212,9 +212,11 @@ TEST_P(StartShortage, LeavesNoSocketThatNobodyUses) {
 }
 
 static const std::vector<ShortageCase> g_astStartCase = {
-    {"calloc", {"[E("}},    {"pthread_create", {"[E("}}, {"socket", {"[E("}},
-    {"bind", {"[E("}},      {"setsockopt", {"[E("}},     {"ioctl", {"[E("}},
-    {"epoll_ctl", {"[E("}}, {"eventfd", {"[E("}, true},  {"timerfd_create", {"[E("}, true},
+    {"calloc", {"[E("}},        {"pthread_create", {"[E("}},
+    {"socket", {"[E("}},        {"bind", {"[E("}},
+    {"setsockopt", {"[E("}},    {"ioctl", {"[E("}},
+    {"epoll_create", {"[E("}},  {"epoll_ctl", {"[E("}},
+    {"eventfd", {"[E("}, true}, {"timerfd_create", {"[E("}, true},
 };
 INSTANTIATE_TEST_SUITE_P(Each, StartShortage, testing::ValuesIn(AtBothPaces(g_astStartCase)), NameOf);
 

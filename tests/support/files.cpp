@@ -50,10 +50,6 @@ bool MountSmall(const std::string &szDir, size_t ulBytes) {
            mount("tmpfs", szDir.c_str(), "tmpfs", 0, ("size=" + std::to_string(ulBytes)).c_str()) == 0;
 }
 
-void UnmountSmall(const std::string &szDir) {
-    umount2(szDir.c_str(), MNT_DETACH);
-}
-
 bool WaitFor(const std::function<bool()> &pfnCondition, int lSeconds) {
     const auto stEnd = std::chrono::steady_clock::now() + std::chrono::seconds(lSeconds);
     while (!pfnCondition()) {

@@ -17,10 +17,9 @@ size_t CountOf(const std::string &szText, const std::string &szPart);
 // Whether the text matches the extended regular expression.
 bool Matches(const std::string &szText, const std::string &szRegex);
 
-// A file system of so few bytes of its own at the directory, and off it again. Only in the private mount
+// A file system of so few bytes of its own at the directory, until the test ends. Only in the private mount
 // namespace.
 bool MountSmall(const std::string &szDir, size_t ulBytes);
-void UnmountSmall(const std::string &szDir);
 
 // Waits until the condition holds, for at most lSeconds; returns whether it does. Not a measure of speed: the
 // limit is there so that a test that fails also ends.

@@ -28,14 +28,32 @@ static std::string FaultOf(uint32_t ulClass, bool bFull) {
     return bHolds && (!bFull || stInfo.ulUsedNum == 0) ? "" : Describe(ulClass, stInfo, ulListed);
 }
 
-std::string SlabFault(uint32_t ulClass) {
-    return FaultOf(ulClass, false);
+static std::string FirstFault(bool bFull) {
+    std::string szFault;
+    for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM && szFault.empty(); i++) {
+        szFault = FaultOf(i, bFull);
+    }
+    return szFault;
+}
+
+std::string SlabFault() {
+    return FirstFault(false);
 }
 
 std::string SlabsNotFull() {
-    std::string szFault;
-    for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM && szFault.empty(); i++) {
-        szFault = FaultOf(i, true);
+    return FirstFault(true);
+}
+
+std::vector<BP_SlabBuf *> TakeAll(uint32_t ulSize, uint32_t ulType) {
+    std::vector<BP_SlabBuf *> apstBuf;
+    while (BP_SlabBuf *pstBuf = BP_SlabGetBuf(ulSize, ulType)) {
+        apstBuf.push_back(pstBuf);
     }
-    return szFault;
+    return apstBuf;
+}
+
+void FreeAll(const std::vector<BP_SlabBuf *> &apstBuf) {
+    for (BP_SlabBuf *pstBuf : apstBuf) {
+        BP_SlabFreeBuf(pstBuf);
+    }
 }

@@ -5,12 +5,19 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
-// What is wrong with the class at this moment, empty when nothing is: free and used buffers are all there are,
+struct BP_SlabBuf;
+
+// What is wrong with a class at this moment, empty when nothing is: free and used buffers are all there are,
 // and as many are on its list as count as free.
-std::string SlabFault(uint32_t ulClass);
+std::string SlabFault();
 
-// The same for all classes, each of which must also have all its buffers.
+// The same, and each class must have all its buffers.
 std::string SlabsNotFull();
+
+// Every buffer that the calling thread can get for such a request.
+std::vector<BP_SlabBuf *> TakeAll(uint32_t ulSize, uint32_t ulType);
+void FreeAll(const std::vector<BP_SlabBuf *> &apstBuf);
 
 #endif
