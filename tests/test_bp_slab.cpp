@@ -80,8 +80,8 @@ TEST_F(Slab, Reserve_IsForExemptCallersOnly) {
         BP_GetProcInfo()->usProcID = 257; // ks
         const std::vector<BP_SlabBuf *> apstRest = TakeAll(stCase.ulSize, stCase.ulType);
         EXPECT_EQ(apstRest.size(), stCase.ulKept);
-        FreeAll(apstRest);
-        FreeAll(apstBuf);
+        EXPECT_TRUE(FreeAll(apstRest));
+        EXPECT_TRUE(FreeAll(apstBuf));
     }
     EXPECT_TRUE(AllSlabsFull());
     EXPECT_EQ(
@@ -147,7 +147,7 @@ TEST_F(Slab, FreeBuf_RacingTheQueuesReader_GivesEachBufferBackOnce) {
                     BP_SlabFreeBuf(pstBuf);
                 }
             });
-            FreeAll(apstBuf);
+            EXPECT_TRUE(FreeAll(apstBuf));
         }
         ASSERT_EQ(BP_QueueLength(&stQueue), 0U);
         ASSERT_TRUE(AllSlabsFull());

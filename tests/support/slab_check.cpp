@@ -52,8 +52,10 @@ std::vector<BP_SlabBuf *> TakeAll(uint32_t ulSize, uint32_t ulType) {
     return apstBuf;
 }
 
-void FreeAll(const std::vector<BP_SlabBuf *> &apstBuf) {
+bool FreeAll(const std::vector<BP_SlabBuf *> &apstBuf) {
+    bool bAll = true;
     for (BP_SlabBuf *pstBuf : apstBuf) {
-        BP_SlabFreeBuf(pstBuf);
+        bAll = BP_SlabFreeBuf(pstBuf) == BP_OK && bAll;
     }
+    return bAll;
 }

@@ -1,5 +1,5 @@
-// Whether the buffer pools of this process are as they must be. Without a test library, so that fuzz targets
-// ask too.
+// Whether the buffer pools of this process are as they must be, and what leaves them empty. Without a test
+// library, so that fuzz targets ask too.
 #ifndef TESTS_SUPPORT_SLAB_CHECK_H
 #define TESTS_SUPPORT_SLAB_CHECK_H
 
@@ -16,8 +16,8 @@ std::string SlabFault();
 // The same, and each class must have all its buffers.
 std::string SlabsNotFull();
 
-// Every buffer that the calling thread can get for such a request.
+// Every buffer that the calling thread can get for such a request; and whether all could be given back.
 std::vector<BP_SlabBuf *> TakeAll(uint32_t ulSize, uint32_t ulType);
-void FreeAll(const std::vector<BP_SlabBuf *> &apstBuf);
+bool FreeAll(const std::vector<BP_SlabBuf *> &apstBuf);
 
 #endif
