@@ -1,6 +1,6 @@
 // Stands between a program and some of libc's functions: KS_FAIL=calloc:3 in the environment makes the
-// program's third call of calloc fail, after which /tmp/failed exists. Linked with --wrap, so libc's own calls
-// stay as they are.
+// program's third call of calloc fail, calloc:-3 the third and all later ones, after which a file "failed"
+// exists. Linked with --wrap, so libc's own calls stay as they are.
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -23,11 +23,15 @@ static std::atomic<int> g_lCalls{0};
 static bool Fails(const char *pcFunction, int lErr) {
     const char *pcFail = getenv("KS_FAIL");
     const size_t ulLen = strlen(pcFunction);
-    if (pcFail == nullptr || strncmp(pcFail, pcFunction, ulLen) != 0 || pcFail[ulLen] != ':' ||
-        ++g_lCalls != atoi(pcFail + ulLen + 1)) {
+    if (pcFail == nullptr || strncmp(pcFail, pcFunction, ulLen) != 0 || pcFail[ulLen] != ':') {
         return false;
     }
-    close(static_cast<int>(syscall(SYS_openat, AT_FDCWD, "/tmp/failed", O_CREAT | O_WRONLY, 0600)));
+    const int lCall = atoi(pcFail + ulLen + 1);
+    const int lMade = ++g_lCalls;
+    if (lMade != lCall && (lCall > 0 || lMade < -lCall)) {
+        return false;
+    }
+    close(static_cast<int>(syscall(SYS_openat, AT_FDCWD, "failed", O_CREAT | O_WRONLY, 0600)));
     errno = lErr;
     return true;
 }

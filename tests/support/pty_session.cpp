@@ -82,6 +82,12 @@ void Child::Signal(int lSignal) const {
     kill(lPid_, lSignal);
 }
 
+void Child::Stop() const {
+    siginfo_t stInfo = {};
+    Signal(SIGSTOP);
+    waitid(P_PID, static_cast<id_t>(lPid_), &stInfo, WSTOPPED);
+}
+
 bool Child::WaitForOutput(const std::string &szText) {
     std::string szSeen;
     struct pollfd stPoll = {lOut_, POLLIN, 0};
@@ -96,11 +102,12 @@ bool Child::WaitForOutput(const std::string &szText) {
     return szSeen.find(szText) != std::string::npos;
 }
 
-PtySession::PtySession(const std::vector<std::string> &aszArg) {
+PtySession::PtySession(const std::vector<std::string> &aszArg, int lFlags) {
     struct winsize stSize = {40, 120, 0, 0};
     if (openpty(&lMaster_, &lSlave_, nullptr, nullptr, &stSize) != 0) {
         abort();
     }
+    fcntl(lSlave_, F_SETFL, fcntl(lSlave_, F_GETFL) | lFlags);
     lPid_ = fork();
     if (lPid_ == 0) {
         close(lMaster_);
@@ -189,6 +196,10 @@ struct termios PtySession::Settings() const {
     struct termios stSettings = {};
     tcgetattr(lSlave_, &stSettings);
     return stSettings;
+}
+
+bool PtySession::IsNonBlocking() const {
+    return (fcntl(lSlave_, F_GETFL) & O_NONBLOCK) != 0;
 }
 
 void PtySession::SetSettings(const struct termios &stSettings) const {

@@ -22,6 +22,8 @@ public:
     explicit Child(const std::vector<std::string> &aszArg);
     ~Child();
     void Signal(int lSignal) const;
+    // Returns when all its threads stand still.
+    void Stop() const;
     // Reads its standard output until szText has appeared.
     bool WaitForOutput(const std::string &szText);
     int WaitExit(int lSeconds = 30) { return WaitForEnd(&lPid_, lSeconds); }
@@ -34,7 +36,8 @@ private:
 
 class PtySession {
 public:
-    explicit PtySession(const std::vector<std::string> &aszArg);
+    // lFlags: what is added to the terminal's file status flags.
+    explicit PtySession(const std::vector<std::string> &aszArg, int lFlags = 0);
     ~PtySession();
     void Type(const std::string &szKeys) const;
     // Reads on until szText has appeared behind what the last call returned; returns everything up to its end,
@@ -48,6 +51,7 @@ public:
     void Signal(int lSignal) const;
     int WaitExit(int lSeconds = 30) { return WaitForEnd(&lPid_, lSeconds); }
     struct termios Settings() const;
+    bool IsNonBlocking() const;
     void SetSettings(const struct termios &stSettings) const;
     pid_t Pid() const { return lPid_; }
 

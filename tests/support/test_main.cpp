@@ -2,34 +2,50 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <unistd.h>
 
-#include "bp/bp.h"
+#include "tests/support/bus_peer.h"
+#include "tests/support/files.h"
 #include "tests/support/pty_session.h"
 #include "tests/support/sandbox.h"
 
-// What the runtime leaves behind, as shell patterns. The names of thread information files are their process's
-// own.
-#define TEST_LOG_FILES "/var/log/*0[01].log /var/log/*0[01].debug /var/log/*0[01].buf"
+// What the programs under test leave in directories that they share with the machine's other programs.
+static const char g_szOurFiles[] =
+    "^/var/log/((ks2?|n+|MW_MWARE|MW_IWARE|MW_DRV|ISP_IMG|own|t)0[01]\\.(log|debug|buf)|Slab_all\\.log|"
+    "Slab_Keyinfo\\.log|Timer_info\\.log|ks_test_.*)$|^/tmp/(ThreadInfo(\\[[0-9]+]|[0-9])\\.log|ks_test_.*)$";
 
-static bool g_bOnMachine;
-
-// Without namespaces the machine's own files are used. They are removed again, so they must not have been there
-// before.
-static void TestUseMachine() {
-    fprintf(stderr, "private namespaces are not permitted: using this machine's own files and ports\n");
-    if (system("ls " TEST_LOG_FILES " 2>/dev/null | grep -q .") == 0) {
-        fprintf(stderr, "there are log files already, which the tests would spoil: %s\n", TEST_LOG_FILES);
-        exit(1);
+static void TestRemoveOurFiles() {
+    std::error_code stError; // a process of the last case may be ending, and what it had with it
+    for (const char *pcDir : {"/var/log", "/tmp"}) {
+        for (const auto &stEntry : std::filesystem::directory_iterator(pcDir, stError)) {
+            if (Matches(stEntry.path(), g_szOurFiles)) {
+                std::filesystem::remove_all(stEntry.path(), stError);
+            }
+        }
     }
-    g_bOnMachine = true;
 }
 
-static void TestCleanMachine() {
-    usleep(200000); // the runtime's threads have nothing more to say by then
-    if (system("rm -rf /tmp/go /var/log/aside /tmp/ThreadInfo*.log " TEST_LOG_FILES) != 0) {
-        perror("rm");
+// Without namespaces the machine's own files and ports are used, by one test program at a time, and only while
+// no process serves the ports, whose log it would be.
+static void TestUseMachine() {
+    fprintf(stderr, "private namespaces are not permitted: using this machine's own files and ports\n");
+    flock(open("/var/log", O_RDONLY | O_DIRECTORY | O_CLOEXEC), LOCK_EX);
+    for (const uint16_t usPort : {PORT_MWARE, PORT_IWARE}) {
+        const BusSocket stFree(usPort);
+    }
+    TestRemoveOurFiles();
+}
+
+// Files that no program under test names are made in a directory of the test's own.
+static void TestEnterScratchDir() {
+    char szDir[] = "/tmp/ks_test_XXXXXX";
+    if (mkdtemp(szDir) == nullptr || chdir(szDir) != 0) {
+        perror(szDir);
+        exit(1);
     }
 }
 
@@ -43,14 +59,19 @@ static bool TestOnlyLists(int argc, char **argv) {
 }
 
 int main(int argc, char **argv) {
-    if (!TestOnlyLists(argc, argv) && !TestEnterSandbox(argv)) {
+    const bool bLists = TestOnlyLists(argc, argv);
+    const bool bOnMachine = !bLists && !TestEnterSandbox(argv);
+    if (bOnMachine) {
         TestUseMachine();
     }
     testing::InitGoogleTest(&argc, argv);
     TestChoosePace(argc > 1 && strcmp(argv[1], "--prompt") == 0);
+    if (!bLists) {
+        TestEnterScratchDir();
+    }
     const int lRet = RUN_ALL_TESTS();
-    if (g_bOnMachine) {
-        TestCleanMachine();
+    if (bOnMachine) {
+        TestRemoveOurFiles();
     }
     return lRet;
 }
