@@ -1,5 +1,6 @@
 // One log line, on tmpfs and on a disk. Opening a file and rotating are not part of a line.
 #include <cstdio>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,10 +17,12 @@ static void LogFloor(benchmark::State &state) {
         }
         rewind(pstFp);
         return BenchTime(BENCH_LOG_TIMES, [&] {
+            flock(fileno(pstFp), LOCK_EX); // another process of the same name may share the file
             fprintf(pstFp, "%s[%s]module %s msg code %u.\r\n", "11-23 05:40:00 123[I(0)][bp_module-157]",
                     __func__, "MW_CTRL", 4711U);
             fflush(pstFp);
             stat("/var/log/floor", &stStat);
+            flock(fileno(pstFp), LOCK_UN);
         });
     });
     if (pstFp != nullptr) {

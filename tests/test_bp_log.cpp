@@ -11,6 +11,7 @@
 
 #include "bp/bp.h"
 #include "tests/support/capture.h"
+#include "tests/support/fake_clock.h"
 #include "tests/support/files.h"
 #include "tests/support/threads.h"
 
@@ -32,13 +33,12 @@ TEST(Calendar, SecondsToDate) {
         int64_t lSeconds;
         int lYear, lMonth, lDay, lHour, lMinute, lSecond, lWeekday, lYearDay;
     } astCase[] = {
-        {0, 1970, 1, 1, 0, 0, 0, 4, 0},
-        {86399, 1970, 1, 1, 23, 59, 59, 4, 0},
-        {951782400, 2000, 2, 29, 0, 0, 0, 2, 59},
-        {978307199, 2000, 12, 31, 23, 59, 59, 0, 365},
-        {1709164800, 2024, 2, 29, 0, 0, 0, 4, 59},
-        {1709251200, 2024, 3, 1, 0, 0, 0, 5, 60},
-        {lFeb2100, 2100, 2, 29, 0, 0, 0, 1, 59},
+        {-63158401, 1967, 12, 31, 23, 59, 59, 0, 364}, {-58060800, 1968, 2, 29, 0, 0, 0, 4, 59},
+        {-86401, 1969, 12, 30, 23, 59, 59, 2, 363},    {-86400, 1969, 12, 31, 0, 0, 0, 3, 364},
+        {-1, 1969, 12, 31, 23, 59, 59, 3, 364},        {0, 1970, 1, 1, 0, 0, 0, 4, 0},
+        {86399, 1970, 1, 1, 23, 59, 59, 4, 0},         {951782400, 2000, 2, 29, 0, 0, 0, 2, 59},
+        {978307199, 2000, 12, 31, 23, 59, 59, 0, 365}, {1709164800, 2024, 2, 29, 0, 0, 0, 4, 59},
+        {1709251200, 2024, 3, 1, 0, 0, 0, 5, 60},      {lFeb2100, 2100, 2, 29, 0, 0, 0, 1, 59},
     };
     for (const auto &stCase : astCase) {
         const BP_Date stDate = BP_SecToDate(stCase.lSeconds);
@@ -88,23 +88,26 @@ TEST(Log, NothingRegistered_SilentEverywhere) {
 }
 
 TEST(Log, LineHasPrefixAndGoesToProcessFile) {
-    setenv("TZ", "UTC-8", 1);
-    StartLog();
-    BP_WriteLog(BP_LOG_LEVEL_ERROR, 17, BP_LOG_BP_MODULE_ID, "dir/a.c", 157, "[%s]n=%d", "Func", 5);
-    const std::string szLine = ReadFile(g_szLog);
-    EXPECT_TRUE(Matches(szLine, "^[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{3}"
-                                "\\[E\\(17\\)\\]\\[a\\.c-157\\]\\[Func\\]n=5\r\n$"))
-        << szLine;
-    const time_t lNow = time(nullptr);
-    bool bNow = false;
-    for (int i = -2; i <= 2; i++) { // local time, eight hours ahead
-        const BP_Date stDate = BP_SecToDate(lNow + i + 8 * 3600);
-        char szTime[32];
-        snprintf(szTime, sizeof(szTime), "%.2d-%.2d %.2d:%.2d:%.2d", stDate.lMonth, stDate.lDay, stDate.lHour,
-                 stDate.lMinute, stDate.lSecond);
-        bNow = bNow || szLine.compare(0, 14, szTime) == 0;
+    const struct {
+        const char *pcZone; // POSIX: counted westwards
+        int64_t lSec, lUsec;
+        std::string szTime;
+    } astCase[] = {
+        {"UTC-8", Utc("2026-03-05T06:02:07"), 45999, "03-05 14:02:07 045"},
+        {"EST5EDT", Utc("2026-07-01T12:00:00"), 0, "07-01 07:00:00 000"}, // standard time all year
+        {"UTC+5", 60, 0, "12-31 19:01:00 000"},
+        {"UTC-8", 8 * 3600 - 1, 0, "01-01 15:59:59 000"}, // mktime's result is -1, and right
+    };
+    Capture stErr(stderr);
+    for (const auto &stCase : astCase) {
+        setenv("TZ", stCase.pcZone, 1);
+        SetClock(stCase.lSec, stCase.lUsec);
+        StartLog();
+        BP_WriteLog(BP_LOG_LEVEL_ERROR, 17, BP_LOG_BP_MODULE_ID, "dir/a.c", 157, "[%s]n=%d", "Func", 5);
+        EXPECT_EQ(ReadFile(g_szLog), stCase.szTime + "[E(17)][a.c-157][Func]n=5\r\n");
+        unlink(g_szLog);
     }
-    EXPECT_TRUE(bNow) << szLine;
+    EXPECT_EQ(stErr.Stop(), "");
 }
 
 TEST(Log, LevelDecidesFile) {
@@ -184,25 +187,27 @@ TEST(Log, FileRemovedOrBlocked_ComesBackByItself) {
     LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "two");
     EXPECT_EQ(CountOf(ReadFile(g_szLog), "two"), 1U);
 
+    WriteFile(g_szLog, std::string(BP_LOG_FILE_LIMIT, 'x'));
+    StartLog();
     unlink(g_szLog);
-    mkdir(g_szLog, 0755);
     Capture stErr(stderr);
-    g_stBPLogMgr.astLogModule[0].stLogFile.ulSize = BP_LOG_FILE_LIMIT;
-    LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "lost, but no directory becomes the backup");
-    EXPECT_FALSE(FileExists(g_szBackup));
-    g_stBPLogMgr.astLogModule[0].stLogFile.ulSize = BP_LOG_FILE_LIMIT;
-    rmdir(g_szLog);
-    LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "lost with the failed rename");
+    LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "lost: nothing to rename");
     mkdir(g_szLog, 0755);
-    LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "lost with the failed open");
+    LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "lost: nothing to open");
     rmdir(g_szLog);
     LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "three");
-    EXPECT_EQ(stErr.Stop(), std::string("[bp_log-845]Rename file ") + g_szLog + " to " + g_szBackup +
-                                " failed:Is a directory\n" + "[bp_log-845]Rename file " + g_szLog + " to " +
-                                g_szBackup + " failed:No such file or directory\n" + "[bp_log-878]Open file " +
-                                g_szLog + " failed:Is a directory\n");
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "lost"), 0U);
     EXPECT_EQ(CountOf(ReadFile(g_szLog), "three"), 1U);
+    ASSERT_EQ(truncate(g_szLog, BP_LOG_FILE_LIMIT), 0);
+    mkdir(g_szBackup, 0755);
+    LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "lost: no place for the backup");
+    rmdir(g_szBackup);
+    LOG(BP_LOG_LEVEL_INFO, BP_LOG_BP_MODULE_ID, "four");
+    EXPECT_EQ(ReadFile(g_szBackup).size(), BP_LOG_FILE_LIMIT);
+    EXPECT_EQ(CountOf(ReadFile(g_szBackup) + ReadFile(g_szLog), "lost"), 0U);
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), "four"), 1U);
+    const std::string szRename = std::string("[bp_log-845]Rename file ") + g_szLog + " to " + g_szBackup;
+    EXPECT_EQ(stErr.Stop(), szRename + " failed:No such file or directory\n" + "[bp_log-878]Open file " +
+                                g_szLog + " failed:Is a directory\n" + szRename + " failed:Is a directory\n");
 }
 
 TEST(Log, TableFull_RegistrationFails) {
@@ -300,16 +305,17 @@ static void *HandlerOf(int lSignal) {
 
 TEST(Shell, OverlappingRuns_RestoreSignalsAfterTheLast) {
     signal(SIGINT, [](int) {});
+    signal(SIGQUIT, SIG_DFL); // a shell that runs the test in the background has it ignored
     void *pHandler = HandlerOf(SIGINT);
     void *pIgnored = reinterpret_cast<void *>(SIG_IGN);
-    std::thread stLong([] { BP_System("until [ -e /tmp/go ]; do sleep 0.01; done"); });
+    std::thread stLong([] { BP_System("until [ -e go ]; do sleep 0.01; done"); });
     ASSERT_TRUE(WaitFor([&] { return HandlerOf(SIGINT) == pIgnored; }));
     for (int i = 0; i < 20; i++) {
         BP_System(":");
         EXPECT_EQ(HandlerOf(SIGINT), pIgnored); // the long run is still under way
     }
     kill(getpid(), SIGINT);
-    WriteFile("/tmp/go", "");
+    WriteFile("go", "");
     stLong.join();
     EXPECT_EQ(HandlerOf(SIGINT), pHandler);
     EXPECT_EQ(HandlerOf(SIGQUIT), reinterpret_cast<void *>(SIG_DFL));

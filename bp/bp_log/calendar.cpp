@@ -18,15 +18,19 @@ static int BP_MonthDays(int lMonth, int lYear) {
 }
 
 BP_Date BP_SecToDate(time_t lSeconds) {
-    time_t lDays = lSeconds / BP_SEC_PER_DAY;
-    const int lRest = static_cast<int>(lSeconds % BP_SEC_PER_DAY);
+    // Rounded down, also before 1970.
+    const int lRest = static_cast<int>((lSeconds % BP_SEC_PER_DAY + BP_SEC_PER_DAY) % BP_SEC_PER_DAY);
+    time_t lDays = (lSeconds - lRest) / BP_SEC_PER_DAY;
     BP_Date stDate = {};
     stDate.lHour = lRest / 3600;
     stDate.lMinute = lRest % 3600 / 60;
     stDate.lSecond = lRest % 60;
-    stDate.lWeekday = static_cast<int>((lDays + BP_FIRST_WEEKDAY) % 7);
+    stDate.lWeekday = static_cast<int>(((lDays + BP_FIRST_WEEKDAY) % 7 + 7) % 7);
 
     stDate.lYear = BP_FIRST_YEAR;
+    while (lDays < 0) {
+        lDays += BP_YearDays(--stDate.lYear);
+    }
     while (lDays >= BP_YearDays(stDate.lYear)) {
         lDays -= BP_YearDays(stDate.lYear++);
     }

@@ -16,7 +16,7 @@ struct BP_Date {
 };
 
 // Every year divisible by 4 has a 29 February: the device's calendar has no century rule. lSeconds counts from
-// 1970 and is not negative. Any thread.
+// 1970 and is negative before it. Any thread.
 BP_Date BP_SecToDate(time_t lSeconds);
 
 // The same as a broken-down time for mktime, daylight saving off.

@@ -25,8 +25,9 @@ static pthread_mutex_t g_stLogRegLock = PTHREAD_MUTEX_INITIALIZER;
 // Local time minus UTC in seconds, found by reading UTC's fields as if they were local ones.
 static time_t BP_LocalOffset(time_t lNow, bool *pbFailed) {
     struct tm stTm = BP_SecToTm(lNow);
+    stTm.tm_wday = -1; // set by mktime unless it fails; its result of -1 is also the second before 1970
     const time_t lAsLocal = mktime(&stTm);
-    *pbFailed = lAsLocal == static_cast<time_t>(-1);
+    *pbFailed = stTm.tm_wday == -1;
     return lNow - lAsLocal;
 }
 

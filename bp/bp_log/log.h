@@ -58,8 +58,8 @@ uint32_t BP_RegCmdModuleID(const char *pcName, uint32_t ulArg2, uint32_t ulArg3,
 
 // Writes one line. ulCode is the caller's result or error code, 0 where there is none; pcFile the reporting
 // source (a path is allowed). By convention the first format argument is the reporting function's name. Any
-// thread; blocks while another line of the process is being written. Never fails visibly: a line that is not
-// wanted is dropped.
+// thread; blocks while another line of the process is being written, and for at most half a second while
+// another process holds the file's lock. Never fails visibly: a line that is not wanted is dropped.
 void BP_WriteLog(uint32_t ulLevel, uint32_t ulCode, uint32_t ulModuleID, const char *pcFile, uint32_t ulLine,
                  const char *pcFormat, ...) __attribute__((format(printf, 6, 7)));
 
