@@ -196,8 +196,11 @@ TEST_F(Timer, OnceAndDateTimers_UnregisterThemselves) {
     EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_UnregistTimerProc]MW_MWARE timerid 2 is invalid."), 1U);
 }
 
-// A module that was busy finds several notices, the last of which is the timer's last.
-TEST_F(Timer, DayTimerThatReachesItsEndWhileItsModuleIsBusy_RunsAllNotices) {
+// A module that was busy finds several notices, the last of which is the timer's last. Registered a second time
+// meanwhile, it has some of them in either queue.
+class BusyTimer : public Timer, public testing::WithParamInterface<bool> {};
+
+TEST_P(BusyTimer, DayTimerThatReachesItsEnd_RunsAllNotices) {
     setenv("TZ", "UTC0", 1);
     SetClock(Utc("2026-03-05T07:00:00"));
     uint32_t ulBlockID = 0;
@@ -211,12 +214,85 @@ TEST_F(Timer, DayTimerThatReachesItsEndWhileItsModuleIsBusy_RunsAllNotices) {
     BP_CheckTimerExpire();
     g_semEntered.Wait();
     SetClock(Utc("2026-03-07T08:30:00"));
-    for (int i = 0; i < 5; i++) {
+    BP_CheckTimerExpire();
+    if (GetParam()) {
+        ASSERT_EQ(BP_RegistModule("MW_CTRL", 1, nullptr), BP_OK);
+    }
+    for (int i = 0; i < 4; i++) {
         BP_CheckTimerExpire();
     }
+    EXPECT_TRUE(WaitFor([] { return FiredNum() == (GetParam() ? 2 : 0); }));
     StartMainThread(); // whoever unregisters needs a module
     g_semBlock.Post();
     EXPECT_TRUE(WaitFor([] { return FiredNum() == 4 && Working() == 0; })) << FiredNum();
+}
+INSTANTIATE_TEST_SUITE_P(Each, BusyTimer, testing::Bool());
+
+// At either pace timers that are behind catch up one firing in 20 ms, or in half their interval if they are
+// fast, and lose none.
+TEST_F(Timer, BehindByFarOrForLong_FiresNoFasterThanItMay) {
+    const struct {
+        int32_t lInterval;
+        uint32_t ulNum;
+        int64_t lJump; // seconds
+        int64_t lGapMs;
+    } astCase[] = {{500, 1, 1000000000, 20}, {40, 20, 1, 20}, {6, 1, 1000000000, 3}, {1, 1, 1000000000, 1}};
+    StartMainThread();
+    BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 0U);
+    for (const auto &stCase : astCase) {
+        SCOPED_TRACE(stCase.lInterval);
+        SetClock(1000);
+        std::vector<uint32_t> aulID(stCase.ulNum);
+        const size_t ulBefore = FiredNum();
+        for (uint32_t &ulID : aulID) {
+            ASSERT_EQ(BP_StartCycleTimer(MW_CTRL, stCase.lInterval, OnCom, 1, &ulID), BP_OK);
+        }
+        const int64_t lStart = BP_NowMs();
+        SetClock(1000 + stCase.lJump);
+        const size_t ulAll = stCase.ulNum * static_cast<size_t>(stCase.lJump * 1000 / stCase.lInterval);
+        const size_t ulEnough = std::min<size_t>(ulAll, 15);
+        EXPECT_TRUE(WaitFor([&] { return FiredNum() - ulBefore >= (stCase.lJump == 1 ? ulAll : ulEnough); }));
+        const size_t ulPasses = (FiredNum() - ulBefore) / stCase.ulNum;
+        EXPECT_LE(static_cast<int64_t>(ulPasses), (BP_NowMs() - lStart) / stCase.lGapMs + 2);
+        for (const uint32_t ulID : aulID) {
+            EXPECT_EQ(BP_UnregistTimer(ulID), BP_OK);
+        }
+    }
+}
+
+static bool SendFrom(uint32_t ulSrcID, uint32_t ulDstID) {
+    BP_StructMsg stMsg = BP_CreatStructMsg("x", 1);
+    const bool bSent = stMsg.pstSlabBuf != nullptr &&
+                       BP_ConfigMsgHdr(&stMsg, ulSrcID, ulDstID, 1, 0) == BP_OK &&
+                       BP_SendMsgProc(BP_GetModuleByID(ulSrcID), &stMsg) == BP_OK;
+    if (stMsg.pstSlabBuf != nullptr) {
+        BP_EraseMsgData(&stMsg);
+    }
+    return bSent;
+}
+
+static std::atomic<bool> g_bSendOn{true};
+static uint32_t SendOn(uint32_t, BP_StructMsg *, uint32_t) {
+    return g_bSendOn && SendFrom(MW_CTRL, BP_MODULE_ID_MAIN) ? BP_OK : BP_ERR_FAIL;
+}
+
+// Messages that make new ones as they are handled, and threads that only send to another process.
+TEST_F(Timer, SendersThatNeverStop_DoNotKeepTheMainThread) {
+    StartMainThread();
+    BP_SetLogLevel(BP_LOG_LEVEL_FATAL);
+    BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 0U);
+    const auto pfnTicks = [] { return WaitFor([ulFired = FiredNum()] { return FiredNum() > ulFired + 20; }); };
+    ASSERT_EQ(BP_StartCycleTimer(MW_CTRL, 10, OnCom, 1, &g_ulTimerID), BP_OK);
+    {
+        const Repeater stOne([] { SendFrom(MW_CTRL, BP_MODULE_ID_IWARE_CMD); });
+        const Repeater stTwo([] { SendFrom(MW_CTRL, BP_MODULE_ID_IWARE_CMD); });
+        EXPECT_TRUE(pfnTicks());
+    }
+    ASSERT_EQ(BP_RegistMsgProc(BP_MODULE_ID_MAIN, BP_PROC_TABLE_NORMAL, 1, SendOn, 0), BP_OK);
+    ASSERT_TRUE(WaitFor([] { return SendFrom(MW_CTRL, BP_MODULE_ID_MAIN); })); // once there are buffers again
+    EXPECT_TRUE(pfnTicks());
+    g_bSendOn = false;
+    EXPECT_EQ(BP_UnregistTimer(g_ulTimerID), BP_OK);
 }
 
 TEST_F(Timer, MainModulesTimer_RunsInTheMainThread) {

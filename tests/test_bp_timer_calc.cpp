@@ -109,9 +109,12 @@ TEST(TimerCalc, ClockSetFarForwards_CalendarTimerStaysActive) {
     }
 }
 
-// The seconds end in January 2038: what lies behind is refused, not fired at once.
+// The seconds end in January 2038: what would come later is refused, not fired at once, and a timer that gets
+// there says so.
 TEST(TimerCalc, BeyondTheLastSecond_IsOver) {
     SetZone("UTC0");
+    BP_InitLog("t");
+    ASSERT_EQ(BP_RegCmdModuleID("BP", 0, 0, BP_LOG_BP_MODULE_ID), BP_OK);
     SetClock(Utc("2026-03-05T07:00:00"));
     for (const char *pcType : {"day", "week", "month", "date"}) {
         BP_Timer stTimer;
@@ -127,6 +130,17 @@ TEST(TimerCalc, BeyondTheLastSecond_IsOver) {
         BP_CalcTimerParam(&stTimer, 1);
         EXPECT_TRUE(BP_IsTimePairZero(stTimer.stTimeout)) << pcType;
     }
+    EXPECT_EQ(CountOf(ReadFile("/var/log/t00.log"), "[W("), 0U);
+    BP_Timer stTimer;
+    Fill(&stTimer, {"", "", "cycle", 0, 0, 0, 0, "-", "-", {}});
+    BP_Write(stTimer.lInterval, 1000);
+    BP_Write(stTimer.ulModuleID, 0x90000001U);
+    SetClock(INT32_MAX - 2);
+    for (uint32_t ulFirst = 1; ulFirst < 2; ulFirst--) {
+        BP_CalcTimerParam(&stTimer, ulFirst);
+        EXPECT_EQ(BP_IsTimePairZero(stTimer.stTimeout), ulFirst == 0);
+    }
+    EXPECT_EQ(CountOf(ReadFile("/var/log/t00.log"), "timer 0 of module id 90000001 ends: "), 1U);
 }
 
 TEST(TimerCalc, IntervalTypes) {

@@ -19,7 +19,7 @@ static void BP_DeliverQueued(BP_ModuleInfo *pstMain) {
 }
 
 static void BP_IdlePass(BP_ModuleInfo *pstMain) {
-    BP_CheckTimerExpire();
+    BP_CheckTimersInPass();
     BP_ThreadTimerProc(pstMain);
     BP_DeliverQueued(pstMain);
     BP_DropAllStaleAcks();

@@ -32,10 +32,6 @@ static bool BP_IsNoticeOf(const BP_SlabBuf *pstBuf, uint32_t ulTimerID) {
     return BP_NoticeTimerID(pstBuf) == ulTimerID;
 }
 
-bool BP_HasNotice(BP_ListCtrl *pstQueue, uint32_t ulTimerID) {
-    return BP_HasMsgIf(pstQueue, BP_IsNoticeOf, ulTimerID);
-}
-
 void BP_DropNotices(BP_ListCtrl *pstQueue, uint32_t ulTimerID) {
     BP_SlabBuf *pstBuf = BP_TakeMsgIf(pstQueue, BP_IsNoticeOf, ulTimerID);
     while (pstBuf != nullptr) {

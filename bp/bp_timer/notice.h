@@ -13,8 +13,7 @@ BP_SlabBuf *BP_MakeNotice(uint32_t ulTimerID);
 // The timer of a notice that has data memory.
 uint32_t BP_NoticeTimerID(const BP_SlabBuf *pstBuf);
 
-// Whether notices of the timer are in the queue; and giving back all that are. Any thread.
-bool BP_HasNotice(BP_ListCtrl *pstQueue, uint32_t ulTimerID);
+// Gives back the notices of the timer that are in the queue. Any thread.
 void BP_DropNotices(BP_ListCtrl *pstQueue, uint32_t ulTimerID);
 
 #endif

@@ -46,13 +46,19 @@ static struct timeval BP_StartInterval(BP_Timer *pstTimer) {
     return stNow;
 }
 
-// An expiry that cannot be told from any later one: such a timer is over.
-static bool BP_EndIfTooLate(BP_Timer *pstTimer) {
-    const bool bTooLate = BP_Read(pstTimer->stCurExpire.lSec) == BP_LAST_SEC;
-    if (bTooLate) {
-        BP_SetTimePair(&pstTimer->stTimeout, 0, 0);
+// An expiry that cannot be told from any later one: such a timer is over. One that worked until then ends
+// unexpectedly, be it because the clock was wrong for a moment.
+static bool BP_EndIfTooLate(BP_Timer *pstTimer, uint32_t ulFirst) {
+    if (BP_Read(pstTimer->stCurExpire.lSec) != BP_LAST_SEC) {
+        return false;
     }
-    return bTooLate;
+    BP_SetTimePair(&pstTimer->stTimeout, 0, 0);
+    if (ulFirst != 1) {
+        BP_LOG_WARN(0, "[%s]%s timer %u of module id %x ends: its next expiry is beyond January 2038.",
+                    g_szCalcFunc, BP_TimerTypeName(BP_Read(pstTimer->ulType)), BP_Read(pstTimer->ulTimerID),
+                    BP_Read(pstTimer->ulModuleID));
+    }
+    return true;
 }
 
 static void BP_CalcOnce(BP_Timer *pstTimer, uint32_t ulFirst) {
@@ -62,7 +68,7 @@ static void BP_CalcOnce(BP_Timer *pstTimer, uint32_t ulFirst) {
     }
     BP_StartInterval(pstTimer);
     BP_SetTimePair(&pstTimer->stNextExpire, 0, 0);
-    if (BP_EndIfTooLate(pstTimer)) {
+    if (BP_EndIfTooLate(pstTimer, ulFirst)) {
         return;
     }
     BP_LOG_DEBUG("[%s]once timer %u timeout interal:%ld-%ld", g_szCalcFunc, BP_Read(pstTimer->ulTimerID),
@@ -82,7 +88,7 @@ static void BP_CalcCycle(BP_Timer *pstTimer, uint32_t ulFirst) {
         BP_SetTimePair(&pstTimer->stCurExpire, BP_Read(pstTimer->stNextExpire.lSec),
                        BP_Read(pstTimer->stNextExpire.lUsec));
     }
-    if (BP_EndIfTooLate(pstTimer)) {
+    if (BP_EndIfTooLate(pstTimer, ulFirst)) {
         return;
     }
     BP_SetSum(&pstTimer->stNextExpire, BP_Read(pstTimer->stCurExpire.lSec),
@@ -209,7 +215,7 @@ static void BP_CalcCalendar(BP_Timer *pstTimer, uint32_t ulFirst) {
         BP_SetTimePair(&pstTimer->stTimeout, 0, 0);
         return;
     }
-    if (BP_EndIfTooLate(pstTimer)) {
+    if (BP_EndIfTooLate(pstTimer, ulFirst)) {
         return;
     }
     if (lCurrent > lNow) {

@@ -57,6 +57,8 @@ struct BP_Timer {
     BP_TimePair stTimeout; // both parts 0: not scanned
     BP_Sem semTimer;       // not taken; the pool lock serialises
     BP_ListNode stNode;
+    uint32_t ulNotices = 0;   // queued and not yet taken up by a module's thread
+    int64_t lHoldUntilMs = 0; // monotonic; a timer that is behind does not fire again in a pass before then
     std::atomic<uint32_t> ulWorkSeq{0}; // place in the working list, which is kept in rising order; 0 when free
 };
 

@@ -53,6 +53,8 @@ static void BP_FillTimer(BP_Timer *pstTimer, const BP_TimerParam &stParam, uint3
     BP_Write(pstTimer->usHour, stParam.usHour);
     BP_Write(pstTimer->usMinute, stParam.usMinute);
     BP_Write(pstTimer->usSecond, stParam.usSecond);
+    pstTimer->ulNotices = 0;
+    pstTimer->lHoldUntilMs = 0;
     for (BP_TimePair *pstPair : {&pstTimer->stCurExpire, &pstTimer->stNextExpire, &pstTimer->stTimeout}) {
         BP_SetTimePair(pstPair, 0, 0);
     }

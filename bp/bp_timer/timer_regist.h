@@ -2,8 +2,10 @@
 // register and unregister it, a callback too. Timers have the resolution of the main thread's idle passes, 20
 // ms, and a main thread that datagrams keep busy delays them.
 //
-// An expiry that finds no buffer for its notice is lost; a once or date timer that loses its only one keeps its
-// record until it is unregistered. What a clock that is set does to timers, timer_calc.h says.
+// An expiry that finds no buffer for its notice is lost. A timer whose last expiry is lost (the only one of a
+// once or date timer, the last before the end of a day, week or month timer) keeps its record until it is
+// unregistered, unless an earlier notice of it is handled later. timer_calc.h says what a clock that is set
+// does to timers.
 #ifndef BP_BP_TIMER_TIMER_REGIST_H
 #define BP_BP_TIMER_TIMER_REGIST_H
 

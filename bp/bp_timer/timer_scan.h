@@ -16,8 +16,13 @@
 // Always BP_OK. Main thread only.
 uint32_t BP_CheckTimerExpire();
 
-// The milliseconds until the first of the working timers fires, rounded up; ulMaxMs when none does before. Any
-// thread.
+// The same in a pass of the main thread, which at the prompt pace may follow another at once: a timer that is
+// behind fires every BP_MAIN_EPOLL_TIMEOUT milliseconds, as at the default pace, until it has caught up; one of
+// a shorter interval at twice its rate.
+void BP_CheckTimersInPass();
+
+// The milliseconds until the first of the working timers fires in a pass, rounded up; ulMaxMs if none does
+// before. Any thread.
 uint32_t BP_MsToNextExpiry(uint32_t ulMaxMs);
 
 // Advances the timer and sends its notice. BP_OK; BP_ERR_NO_MODULE when the owner is not registered, and the
