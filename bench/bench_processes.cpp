@@ -88,7 +88,7 @@ int main(int argc, char **argv) {
         pid_t lPid;
     } astProcess[] = {{"ks", stKs.Pid()},
                       {"example process", stMware.Pid()},
-                      {"idle process, specified pace", StartIdle(0)},
+                      {"idle process, default pace", StartIdle(0)},
                       {"idle process, prompt pace", StartIdle(1)}};
     sleep(1);
     std::vector<double> adCpu;

@@ -1,7 +1,7 @@
 // A request to another process and its answer: the runtime at one of its paces, the cheapest exchange of the
 // same shape written by hand, and what a team would pick instead. Everything runs on one processor.
 //
-// bench_request specified|prompt [BENCHMARK ARGUMENT ...]; bench_request --serve PACE NAME is a server.
+// bench_request default|prompt [BENCHMARK ARGUMENT ...]; bench_request --serve PACE NAME is a server.
 #include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
@@ -53,8 +53,8 @@ static pid_t StartServer(const BenchExchange &stExchange) {
     const pid_t lPid = Fork();
     if (lPid == 0) {
         dup2(alPipe[1], STDOUT_FILENO);
-        execl("/proc/self/exe", "bench_request", "--serve", g_bPrompt ? "prompt" : "specified",
-              stExchange.pcName, static_cast<char *>(nullptr));
+        execl("/proc/self/exe", "bench_request", "--serve", g_bPrompt ? "prompt" : "default", stExchange.pcName,
+              static_cast<char *>(nullptr));
         _exit(127);
     }
     close(alPipe[1]);
@@ -156,9 +156,9 @@ static void UnderLoad(benchmark::State &state) {
     munmap(pShared, sizeof(*pulSent));
 }
 
-// The waits that the specified pace imposes on a request: half a pass until it leaves, a pass until its answer
+// The waits that the default pace imposes on a request: half a pass until it leaves, a pass until its answer
 // does, half a step until that is seen.
-static void SpecifiedWaits(benchmark::State &state) {
+static void DefaultWaits(benchmark::State &state) {
     const int lEpollFd = epoll_create1(EPOLL_CLOEXEC);
     std::vector<double> adTook;
     for (auto _ : state) {
@@ -213,8 +213,8 @@ static void RegisterPrompt() {
 }
 
 // Each of these takes 35 ms, in which nothing is computed: fixed numbers instead of a minimum time.
-static void RegisterSpecified() {
-    benchmark::RegisterBenchmark("request/floor", SpecifiedWaits)->UseManualTime()->Iterations(60);
+static void RegisterDefault() {
+    benchmark::RegisterBenchmark("request/floor", DefaultWaits)->UseManualTime()->Iterations(60);
     benchmark::RegisterBenchmark("request/runtime", Exchange, g_stRuntimeExchange, 0.04, false)
         ->UseManualTime()
         ->Iterations(60);
@@ -228,8 +228,8 @@ int main(int argc, char **argv) {
     if (bServes) {
         return ServeFor(argv[3]);
     }
-    if (!g_bPrompt && strcmp(pcPace, "specified") != 0) {
-        fprintf(stderr, "usage: bench_request specified|prompt [BENCHMARK ARGUMENT ...]\n");
+    if (!g_bPrompt && strcmp(pcPace, "default") != 0) {
+        fprintf(stderr, "usage: bench_request default|prompt [BENCHMARK ARGUMENT ...]\n");
         return 2;
     }
     if (!TestEnterSandbox(argv)) {
@@ -239,7 +239,7 @@ int main(int argc, char **argv) {
     argv[1] = argv[0];
     int lArgs = argc - 1;
     benchmark::Initialize(&lArgs, argv + 1);
-    g_bPrompt ? RegisterPrompt() : RegisterSpecified();
+    g_bPrompt ? RegisterPrompt() : RegisterDefault();
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

@@ -26,13 +26,13 @@ RATIO_ROWS = [
     ("log line, disk", "log/runtime/disk:1", "log/floor/disk:1", 1.25),
     ("scan of 64 timers, none due", "timers/runtime", "timers/floor", 1.5),
     ("largest command tree built and released", "tree/runtime", "tree/floor", 4),
-    ("request to another process, specified pace", "request/runtime", "request/floor", 1.05),
+    ("request to another process, default pace", "request/runtime", "request/floor", 1.05),
     ("request to another process, prompt pace", "prompt request/runtime", "prompt request/floor", 1.5),
 ]
 # title, what is measured, its counter (None: the time itself), upper limit in microseconds
 LIMIT_ROWS = [
     ("line of the largest tree matched and completed", "line/runtime", None, 50),
-    ("request at the specified pace, 99th percentile", "request/runtime", "p99_us", 52000),
+    ("request at the default pace, 99th percentile", "request/runtime", "p99_us", 52000),
     ("request at the prompt pace while 50000 datagrams a second arrive, 99th percentile",
      "request under load/runtime", "p99_us", 20000),
 ]
@@ -132,7 +132,7 @@ class Report:
         self.say()
         self.say("| idle | resident, KiB | processor time, ms a second | |")
         self.say("|---|---|---|---|")
-        limit = figures["idle process, specified pace"]["cpu_ms_per_s"] * 1.15  # two equal processes differ as much
+        limit = figures["idle process, default pace"]["cpu_ms_per_s"] * 1.15  # two equal processes differ as much
         for name, figure in figures.items():
             judged = ""
             if name == "idle process, prompt pace":
@@ -171,7 +171,7 @@ title "runtime", "" using 3:1 with points pointtype 9 linecolor rgb "#cc3311" ti
 
 def main():
     runs = {}
-    for arguments in (["bench_runtime"], ["bench_request", "prompt"], ["bench_request", "specified"]):
+    for arguments in (["bench_runtime"], ["bench_request", "prompt"], ["bench_request", "default"]):
         runs.update(run_benchmark(*arguments))
     report = Report()
     report.ratios(runs)

@@ -16,6 +16,7 @@
 
 #include "bp/bp_util/tail_file.h"
 
+#include "bp/bp_module/ack_wait.h"
 #include "bp/bp_module/buf_mgr.h"
 #include "bp/bp_module/config.h"
 #include "bp/bp_module/dumps.h"

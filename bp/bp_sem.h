@@ -5,14 +5,32 @@
 #ifndef BP_BP_SEM_H
 #define BP_BP_SEM_H
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
 #include <semaphore.h>
+#include <unistd.h>
 
-// Pauses of a processor between two looks at a lock: first, and last before the thread sleeps.
-constexpr uint32_t BP_LOCK_PAUSE_MIN = 128;
-constexpr uint32_t BP_LOCK_PAUSE_MAX = 512;
+#include "bp/bp_clock.h"
+
+// Whether libc has sem_clockwait.
+#if __GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 30)
+#define BP_SEM_CLOCKWAIT 1
+#else
+#define BP_SEM_CLOCKWAIT 0
+#endif
+
+constexpr long BP_SEM_NAP_MIN = 50000; // ns between two looks of PollFor: at first, and later
+constexpr long BP_SEM_NAP_MAX = 1000000;
+
+// Pauses of a processor between two tries to take a lock: first, and last before the thread sleeps. Together
+// some three microseconds where a pause takes 26 ns.
+constexpr uint32_t BP_LOCK_PAUSE_MIN = 16;
+constexpr uint32_t BP_LOCK_PAUSE_MAX = 64;
+
+// On one processor the holder of a lock cannot go on while another thread pauses.
+inline const bool g_bLockPauses = sysconf(_SC_NPROCESSORS_ONLN) > 1;
 
 // Tells the processor that its thread waits for another one.
 inline void BP_CpuPause() {
@@ -35,11 +53,12 @@ struct BP_Sem {
     // Sets the value anew. Nobody may hold or wait for the semaphore.
     void Init(uint32_t ulValue) { sem_init(&stSem, 0, ulValue); }
     void Post() { sem_post(&stSem); }
-    // The same as Wait, for locks. They are held for a list operation, so who finds one taken looks away for a
-    // few microseconds, some three times, before he sleeps: a system call on either side costs more than the
-    // operation, and every look takes the lock's cache line from the thread that works with it.
+    // The same as Wait, for locks. They are held for a list operation, so a contending thread backs off up to
+    // three times before it sleeps: a system call on either side costs more than the operation, and every try
+    // takes the lock's cache line from the thread that works with it.
     void Lock() {
-        for (uint32_t ulPause = BP_LOCK_PAUSE_MIN; ulPause <= BP_LOCK_PAUSE_MAX; ulPause *= 2) {
+        for (uint32_t ulPause = BP_LOCK_PAUSE_MIN; g_bLockPauses && ulPause <= BP_LOCK_PAUSE_MAX;
+             ulPause *= 2) {
             if (sem_trywait(&stSem) == 0) {
                 return;
             }
@@ -54,8 +73,9 @@ struct BP_Sem {
         while (sem_wait(&stSem) != 0 && errno == EINTR) {
         }
     }
-    // The same for at most ulMs milliseconds; false when they are over.
+    // The same for at most ulMs milliseconds; false if they are over.
     bool WaitFor(uint32_t ulMs) {
+#if BP_SEM_CLOCKWAIT
         struct timespec stEnd;
         clock_gettime(CLOCK_MONOTONIC, &stEnd);
         stEnd.tv_sec += ulMs / 1000;
@@ -68,6 +88,22 @@ struct BP_Sem {
         while ((lRet = sem_clockwait(&stSem, CLOCK_MONOTONIC, &stEnd)) != 0 && errno == EINTR) {
         }
         return lRet == 0;
+#else
+        return PollFor(ulMs);
+#endif
+    }
+    // WaitFor without sem_clockwait. Not with sem_timedwait: that one waits longer if the wall clock is set
+    // back.
+    bool PollFor(uint32_t ulMs) {
+        const int64_t lEnd = BP_NowMs() + ulMs;
+        for (long lNap = BP_SEM_NAP_MIN; sem_trywait(&stSem) != 0; lNap = std::min(2 * lNap, BP_SEM_NAP_MAX)) {
+            if (BP_NowMs() >= lEnd) {
+                return false;
+            }
+            const struct timespec stNap = {0, lNap};
+            nanosleep(&stNap, nullptr);
+        }
+        return true;
     }
 };
 

@@ -77,16 +77,21 @@ struct alignas(64) BP_SlabBuf {
     std::atomic<uint8_t> ucFlag{0};
     BP_ListNode stNode; // in its class's free list, or in one queue; null while code holds the buffer
 
-    // Which use of the buffer this is: grows whenever the buffer changes hands for good.
-    std::atomic<uint32_t> ulUseSeq{0};
+    // Changed under the class lock. The generation grows when the buffer is given back, and tells a second free
+    // of one generation from the first of the next. The mark number grows then too, and whenever a time-out
+    // mark that is still to come would be meant for a message that the buffer no longer holds.
+    std::atomic<uint32_t> ulGeneration{0};
+    std::atomic<uint32_t> ulMarkSeq{0};
     // The queue the buffer is linked into; written under that queue's lock.
     std::atomic<BP_ListCtrl *> pstQueue{nullptr};
 };
 
-// Adds the bits to the buffer's flag. Needs the lock of the queue that the buffer is in; when it is in none, of
-// its class.
-inline void BP_SetFlag(BP_SlabBuf *pstBuf, uint8_t ucBits) {
-    BP_Write(pstBuf->ucFlag, static_cast<uint8_t>(BP_Read(pstBuf->ucFlag) | ucBits));
+// Sets or clears bits of the buffer's flag and returns it as it was. Any thread.
+inline uint8_t BP_SetFlag(BP_SlabBuf *pstBuf, uint8_t ucBits) {
+    return pstBuf->ucFlag.fetch_or(ucBits, std::memory_order_relaxed);
+}
+inline uint8_t BP_ClearFlag(BP_SlabBuf *pstBuf, uint8_t ucBits) {
+    return pstBuf->ucFlag.fetch_and(static_cast<uint8_t>(~ucBits), std::memory_order_relaxed);
 }
 
 #endif

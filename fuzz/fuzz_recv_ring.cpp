@@ -76,7 +76,6 @@ static void BeIdle() {
     BP_RecvRing *pstRing = &BP_GetProcInfo()->stRecvRing;
     FuzzWait(
         [&] {
-            BP_DropAllStaleAcks();
             if (pstRing->lHeldSinceMs != 0) {
                 pstRing->lHeldSinceMs -= 2 * BP_RECV_HOLD_MS;
             }

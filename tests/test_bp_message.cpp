@@ -105,7 +105,7 @@ TEST_F(Message, EraseMsgData_LeavesBuffersThatAreNotTheHandles) {
     stMsg.ulFlags = BP_MSG_FLAG_SENT;
     BP_EraseMsgData(&stMsg);
     EXPECT_NE(BP_Read(pstBuf->ucFlag), 0);
-    BP_SlabMarkTimeout(pstBuf, BP_SlabUseSeq(pstBuf));
+    BP_SlabMarkTimeout(pstBuf, BP_SlabMarkSeq(pstBuf));
     stMsg = {0, 0, pstBuf};
     BP_EraseMsgData(&stMsg);
     EXPECT_EQ(stMsg.pstSlabBuf, nullptr);

@@ -354,7 +354,6 @@ static uint32_t EchoTooLate(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t u
     return BP_OK;
 }
 
-// Either the handler's thread finds the answer, or it has been swept up meanwhile: the same is said.
 TEST_F(SyncLocal, AnsweredTooLate_IsSaidOnce) {
     uint32_t ulCode = 1;
     for (const uint32_t ulMs : {0U, 100U}) {

@@ -2,7 +2,6 @@
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sstream>
-#include <sys/wait.h>
 
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
@@ -39,13 +38,6 @@ static bool TargetHasItsBuffers() {
     return ulRows == BP_SLAB_CLASS_NUM && ulUsed == 1;
 }
 
-// Comes back when all its threads stand still.
-static void Stop(const Child &stMware) {
-    siginfo_t stInfo = {};
-    stMware.Signal(SIGSTOP);
-    waitid(P_PID, static_cast<id_t>(stMware.Pid()), &stInfo, WSTOPPED);
-}
-
 // KS_FAULT_ROUNDS asks for more rounds than an ordinary run has.
 TEST(TargetFaults, EveryRoundEndsWithAnAnswerAndFullPools) {
     const char *pcRounds = getenv("KS_FAULT_ROUNDS");
@@ -61,13 +53,13 @@ TEST(TargetFaults, EveryRoundEndsWithAnAnswerAndFullPools) {
             pstMware = StartMware();
             break;
         case 1: // what it did not answer in time it answers late
-            Stop(*pstMware);
+            pstMware->Stop();
             EXPECT_EQ(Ask(0), "error 1057");
             EXPECT_EQ(Ask(0), "error 1057");
             pstMware->Signal(SIGCONT);
             break;
         case 2: // killed with requests in its socket
-            Stop(*pstMware);
+            pstMware->Stop();
             for (int j = 0; j < 4; j++) {
                 EXPECT_EQ(Ask(0), "error 1057");
             }

@@ -6,7 +6,6 @@
 
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/module_thread.h"
-#include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/pace.h"
 #include "bp/bp_module/proc_info.h"
 #include "bp/bp_module/receive.h"
@@ -22,7 +21,6 @@ static void BP_IdlePass(BP_ModuleInfo *pstMain) {
     BP_CheckTimersInPass();
     BP_ThreadTimerProc(pstMain);
     BP_DeliverQueued(pstMain);
-    BP_DropAllStaleAcks();
     BP_ResumeReceive();
     BP_PacePassDone(BP_MsToNextExpiry);
 }

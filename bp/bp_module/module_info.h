@@ -33,7 +33,7 @@ struct BP_AckWait {
     BP_Sem semAnswer{0};     // where its requester waits, at the prompt pace
     uint32_t ulPromised = 0; // posts that it has got or is about to get; guarded by stAckQueue.semLock
     uint32_t ulTaken = 0;    // of them; the requester's own
-    int lEpollFd = -1;       // where he sleeps, at the specified pace
+    int lEpollFd = -1;       // where its thread sleeps, at the default pace
 };
 
 struct BP_ModuleInfo {

@@ -7,6 +7,7 @@
 void BP_InitModulePool(bool bFill) {
     BP_ProcInfo *pstProc = BP_GetProcInfo();
     pstProc->stModuleCtrl.Init(BP_MAX_MODULE_NUM);
+    BP_Write<BP_ModuleInfo *>(pstProc->pstNewestModule, nullptr);
     for (uint32_t i = 0; bFill && i < BP_MAX_MODULE_NUM; i++) {
         if (BP_Read(pstProc->astModule[i].ulUsed) == 0) {
             pstProc->stModuleCtrl.stFreeList.PushFront(&pstProc->astModule[i]);
@@ -14,14 +15,20 @@ void BP_InitModulePool(bool bFill) {
     }
 }
 
-// The first registered record that the predicate accepts.
+void BP_PublishModule(BP_ModuleInfo *pstModule) {
+    BP_ProcInfo *pstProc = BP_GetProcInfo();
+    pstProc->stModuleCtrl.stUsedList.PushFront(pstModule);
+    pstProc->pstNewestModule.store(pstModule, std::memory_order_release);
+}
+
+// The youngest registered record that the predicate accepts. The link to the next older one never changes,
+// since the list only grows at its front.
 template <typename Match>
 static BP_ModuleInfo *BP_FindModule(Match match) {
-    BP_ListCtrlOf<BP_ModuleInfo> &stCtrl = BP_GetProcInfo()->stModuleCtrl;
-    const BP_SemGuard stGuard(stCtrl.semLock);
-    BP_ModuleInfo *pstModule = stCtrl.stUsedList.First();
+    const BP_ProcInfo *pstProc = BP_GetProcInfo();
+    BP_ModuleInfo *pstModule = pstProc->pstNewestModule.load(std::memory_order_acquire);
     while (pstModule != nullptr && !match(*pstModule)) {
-        pstModule = stCtrl.stUsedList.Next(pstModule);
+        pstModule = pstProc->stModuleCtrl.stUsedList.Next(pstModule);
     }
     return pstModule;
 }

@@ -1,8 +1,8 @@
 // The process's pool of module records: who is registered, and which module the calling thread is.
 //
-// Look-ups walk the used list from the front, so of two records with one ID the younger is found. They take the
-// pool's lock for the walk; records themselves stay valid for ever, because a record leaves the used list again
-// only when its thread could not be started.
+// Look-ups walk the registered records from the youngest on, so of two records with one ID the younger is
+// found. They take no lock: a record is published complete, with its thread running, and stays registered for
+// ever.
 #ifndef BP_BP_MODULE_MODULE_POOL_H
 #define BP_BP_MODULE_MODULE_POOL_H
 
@@ -12,6 +12,10 @@
 
 // Empties the pool; with bFill, puts all unregistered records on the free list. Start-up only.
 void BP_InitModulePool(bool bFill);
+
+// Puts the record at the front of the used list, where look-ups find it from now on. The caller holds the
+// pool's lock.
+void BP_PublishModule(BP_ModuleInfo *pstModule);
 
 // The registered record with that ID, null when there is none. Any thread.
 BP_ModuleInfo *BP_GetModuleByID(uint32_t ulModuleID);

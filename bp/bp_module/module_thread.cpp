@@ -5,13 +5,16 @@
 #include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_proc.h"
 #include "bp/bp_module/msg_queue.h"
+#include "bp/bp_module/proc_info.h"
 #include "bp/bp_module/slab.h"
 #include "bp/bp_sendmsg/message.h"
 #include "bp/bp_timer/timer_scan.h"
 
 void BP_BindModuleThread(BP_ModuleInfo *pstWorkModule) {
-    // Registration stores the same value when pthread_create returns, which may be later than this.
-    BP_Write(pstWorkModule->ulThreadID, pthread_self());
+    {
+        const BP_SemGuard stPublished(
+            BP_GetProcInfo()->stModuleCtrl.semLock); // held by registration until then
+    }
     BP_SetThreadModule(pstWorkModule);
     BP_RecordThreadInfo(pstWorkModule->szModuleName);
 }
@@ -58,13 +61,13 @@ static void BP_HandleMsg(BP_ModuleInfo *pstModule, BP_SlabBuf *pstBuf) {
         stHdr.ulMsgType == BP_MSG_TYPE_INNER ? &pstModule->stInnerProcCtrl : &pstModule->stMsgProcCtrl,
         stHdr.ulMsgCode);
     BP_StructMsg stMsg = {0, 0, pstBuf};
-    const uint32_t ulUseSeq = BP_SlabUseSeq(pstBuf);
+    const uint32_t ulMarkSeq = BP_SlabMarkSeq(pstBuf);
     if (pstProc != nullptr && pstProc->pfnProc != nullptr) {
         pstProc->pfnProc(stHdr.ulMsgCode, &stMsg, pstProc->ulParam);
     }
-    // From here on the sender's mark is too late. The buffer is looked at only if it is still in the use that
-    // the handler was given: it may have been kept, sent on, or erased, and be somebody else's by now.
-    const bool bTimedOut = BP_SlabEndUse(pstBuf, ulUseSeq);
+    // From here on the sender's mark is too late. A message that the handler kept is no longer this thread's,
+    // but ending its mark is harmless whoever has it; one that was sent on or erased has another number.
+    const bool bTimedOut = BP_SlabEndMark(pstBuf, ulMarkSeq);
     if ((stMsg.ulFlags & BP_MSG_FLAG_KEEP) != 0) {
         return;
     }
@@ -82,15 +85,17 @@ uint32_t BP_ThreadRecvMsgProc(BP_ModuleInfo *pstWorkModule) {
         BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid input params.", __func__);
         return BP_ERR_PARAM;
     }
-    BP_SlabBuf *pstBuf = BP_ModuleGetMsg(&pstWorkModule->stMsgQueue, BP_GET_FIRST, 0);
-    while (pstBuf != nullptr) {
+    for (uint32_t ulLeft = BP_QueueLength(&pstWorkModule->stMsgQueue); ulLeft != 0; ulLeft--) {
+        BP_SlabBuf *pstBuf = BP_ModuleGetMsg(&pstWorkModule->stMsgQueue, BP_GET_FIRST, 0);
+        if (pstBuf == nullptr) {
+            break;
+        }
         if ((BP_Read(pstBuf->ucFlag) & BP_BUF_TIMEOUT) != 0) {
             BP_FreeTimeoutAckMsg(BP_MsgHdrOf(pstBuf));
             BP_SlabFreeBuf(pstBuf);
         } else {
             BP_HandleMsg(pstWorkModule, pstBuf);
         }
-        pstBuf = BP_ModuleGetMsg(&pstWorkModule->stMsgQueue, BP_GET_FIRST, 0);
     }
     return BP_OK;
 }

@@ -11,8 +11,9 @@
 // that is null, with an ERROR line.
 void *BP_ThreadProcMain(void *pstWorkModule);
 
-// Handles what is in the module's stMsgQueue, until it is empty, in the calling thread, which is the module's
-// own. BP_OK, or BP_ERR_PARAM for a null record.
+// Handles what is in the module's stMsgQueue when it is called, in the calling thread, which is the module's
+// own. What is queued meanwhile has a wake-up, or a pass of the main thread, of its own, so that a sender that
+// never stops does not keep the module from its timers. BP_OK, or BP_ERR_PARAM for a null record.
 uint32_t BP_ThreadRecvMsgProc(BP_ModuleInfo *pstWorkModule);
 
 // Gives back the answer to a request whose sender stopped waiting, if that answer already sits in the sender's

@@ -10,7 +10,6 @@
 
 #include "bp/bp_clock.h"
 #include "bp/bp_log/log.h"
-#include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/proc_info.h"
 
 static constexpr int BP_SYNC_EPOLL_SIZE = 32;
@@ -37,6 +36,10 @@ uint32_t BP_SetPromptDelivery(uint32_t ulOn) {
     }
     g_bPrompt = ulOn == 1;
     return BP_OK;
+}
+
+uint32_t BP_GetPromptDelivery() {
+    return g_bPrompt ? 1 : 0;
 }
 
 static bool BP_Watch(int lFd) {
@@ -79,7 +82,7 @@ void BP_ClosePace() {
 
 uint32_t BP_PaceSocketEvents() {
     // That a datagram has been read at the other end makes the socket writable anew, which nobody wants to
-    // know: at the specified pace it is an event like any other, at the prompt one it would only wake the main
+    // know: at the default pace it is an event like any other, at the prompt one it would only wake the main
     // thread.
     return g_bPrompt ? EPOLLIN | EPOLLET : EPOLLIN | EPOLLOUT | EPOLLET;
 }
@@ -90,27 +93,12 @@ static void BP_WakeMain(std::atomic<bool> &bReason) {
     }
 }
 
-void BP_PaceSendQueued() {
+void BP_PaceQueued() {
     BP_WakeMain(g_bQueued);
 }
 
 void BP_PaceTimerSet() {
     BP_WakeMain(g_bTimerSet);
-}
-
-void BP_PaceQueuedTo(BP_ModuleInfo *pstDst, uint32_t ulMsgType, uint32_t ulAssiMsgId) {
-    if (!g_bPrompt) {
-        return;
-    }
-    if (ulMsgType == BP_MSG_TYPE_ACK) {
-        // After the lock: whom it wakes looks for the answer at once, and would find the queue locked.
-        BP_AckWait *pstWait = BP_PromiseWakeup(pstDst, ulAssiMsgId);
-        if (pstWait != nullptr) {
-            pstWait->semAnswer.Post();
-        }
-    } else if (pstDst->ulModuleID == BP_MODULE_ID_MAIN) {
-        BP_WakeMain(g_bQueued);
-    }
 }
 
 int BP_PaceWaitMs() {
@@ -127,7 +115,7 @@ int BP_PaceWaitMs() {
     return static_cast<int>(std::max<int64_t>(g_lPassDueMs - lNowMs, 0));
 }
 
-static BP_PaceWork BP_AfterSpecifiedWait(int lEvents) {
+static BP_PaceWork BP_AfterDefaultWait(int lEvents) {
     // An event puts the work off; a signal does not, or a storm of them would put it off for ever.
     g_lPassDueMs = lEvents > 0 ? 0 : g_lPassDueMs;
     return lEvents == 0 ? BP_PACE_PASS : BP_PACE_NOTHING;
@@ -145,7 +133,7 @@ static BP_PaceWork BP_AfterPromptWait(int lEvents) {
 }
 
 BP_PaceWork BP_PaceAfterWait(int lEvents) {
-    return g_bPrompt ? BP_AfterPromptWait(lEvents) : BP_AfterSpecifiedWait(lEvents);
+    return g_bPrompt ? BP_AfterPromptWait(lEvents) : BP_AfterDefaultWait(lEvents);
 }
 
 void BP_PacePassDone(uint32_t (*pfnMsToNext)(uint32_t ulMaxMs)) {

@@ -1,6 +1,6 @@
 // When a process delivers what its threads have queued: the one place that knows two paces.
 //
-// At the specified pace, the default, the main thread sends, serves the main module and scans the timers after
+// At the default pace the main thread sends, serves the main module and scans the timers after
 // 20 ms in which nothing arrived, and is woken by nobody. A synchronous request looks for its answer every 10
 // ms.
 //
@@ -19,10 +19,13 @@
 constexpr int BP_MAIN_EPOLL_TIMEOUT = 20; // ms without an event, or between two passes, until the periodic work
 constexpr uint32_t BP_SYNC_POLL_MS = 10; // step in which an answer is looked for, and the shortest wait for one
 
-// Chooses the prompt pace (1) or the specified one (0) for this process. Before BP_MwareInit, by the thread
+// Chooses the prompt pace (1) or the default one (0) for this process. Before BP_MwareInit, by the thread
 // that will call it. BP_OK; BP_ERR_PARAM for any other value; BP_ERR_FAIL when the process has been started,
 // which changes nothing.
 uint32_t BP_SetPromptDelivery(uint32_t ulOn);
+
+// 1 at the prompt pace, 0 at the other one. Any thread.
+uint32_t BP_GetPromptDelivery();
 
 // Prepares the pace; the process's epoll instance exists. BP_OK or BP_ERR_FAIL. Start-up only.
 uint32_t BP_InitPace();
@@ -33,11 +36,13 @@ void BP_ClosePace();
 // The events that the socket is watched for.
 uint32_t BP_PaceSocketEvents();
 
-// A message was put on the send queue. Any thread, as for the next two.
-void BP_PaceSendQueued();
+// A message was put on the send queue, or on the main module's. Any thread, as for the next one.
+void BP_PaceQueued();
 
-// A message of that type and identifier was queued to the module.
-void BP_PaceQueuedTo(BP_ModuleInfo *pstDst, uint32_t ulMsgType, uint32_t ulAssiMsgId);
+// Whether a message to a module of this process waits for the main thread; an answer is taken by its requester.
+inline bool BP_IsForMainThread(const BP_MsgHdr &stHdr) {
+    return stHdr.ulModuleDstID == BP_MODULE_ID_MAIN && stHdr.ulMsgType != BP_MSG_TYPE_ACK;
+}
 
 // A timer was set that may be due before the next pass. The caller does not hold the timer pool's lock.
 void BP_PaceTimerSet();

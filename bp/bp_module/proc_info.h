@@ -2,6 +2,7 @@
 #ifndef BP_BP_MODULE_PROC_INFO_H
 #define BP_BP_MODULE_PROC_INFO_H
 
+#include <atomic>
 #include <cstdint>
 #include <netinet/in.h>
 
@@ -39,11 +40,14 @@ struct BP_ProcInfo {
     int lEpollFd = -1;
     BP_ModuleInfo astModule[BP_MAX_MODULE_NUM];
     BP_ListCtrlOf<BP_ModuleInfo> stModuleCtrl;
+    std::atomic<BP_ModuleInfo *> pstNewestModule{
+        nullptr}; // front of the used list, for look-ups without the lock
     BP_Timer astTimer[BP_MAX_TIMER_NUM];
     BP_ListCtrlOf<BP_Timer> stTimerCtrl; // the working timers in stUsedList
     BP_ListCtrl stSendQueue;             // buffers waiting for the main thread to send them to other processes
     uint32_t ulCmdModuleID = 0;
     uint32_t ulMainModuleID = 0;
+    int64_t lStartTime = 0; // when BP_MwareInit began, in seconds since 1970
 };
 
 // The record of this process; never null.

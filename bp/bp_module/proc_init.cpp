@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <sys/epoll.h>
 
 #include "bp/bp_log/log.h"
@@ -23,6 +24,11 @@ static constexpr uint32_t BP_CMD_NAME_SIZE = 64;
 static constexpr int BP_EPOLL_SIZE = 256;
 
 static std::atomic<bool> g_bStarted{false};
+static uint32_t (*g_pfnStartHook)();
+
+void BP_SetStartHook(uint32_t (*pfnStart)()) {
+    g_pfnStartHook = pfnStart;
+}
 
 static uint32_t BP_FailTransport(const char *pcWhat) {
     BP_ClosePace();
@@ -67,11 +73,15 @@ static uint32_t BP_RegistOwnModules(BP_ProcInfo *pstProc, const char *pcProcName
     if (BP_RegistModule(szCmdName, 1, &pstProc->ulCmdModuleID) != BP_OK) {
         return BP_FailTransport("fail to regist cmd module.");
     }
+    // A failure from here on leaves everything in place: the command module's thread is there, and may use it.
+    if (g_pfnStartHook != nullptr && g_pfnStartHook() != BP_OK) {
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]start hook failed.", g_szInitFunc);
+        return BP_ERR_FAIL;
+    }
     if (strcmp(pcProcName, "MW_MWARE") == 0) {
         BP_LOG_WARN(0, "[%s]BP_RegistModule %s later!", g_szInitFunc, pcProcName);
         return BP_OK;
     }
-    // Whose failure leaves everything in place: the command module's thread is there already, and may use it.
     return BP_RegistModule(pcProcName, 1, &pstProc->ulMainModuleID);
 }
 
@@ -113,6 +123,7 @@ uint32_t BP_MwareInit(const char *pcProcName, uint32_t ulProcID) {
                      BP_GetProcInfo()->szProcName);
         return BP_ERR_FAIL;
     }
+    BP_GetProcInfo()->lStartTime = time(nullptr);
     BP_InitModulePool(false);
     BP_InitLog(pcProcName);
     if (BP_RegCmdModuleID("BP", 0, 0, BP_LOG_BP_MODULE_ID) != BP_OK) {

@@ -17,4 +17,9 @@ uint32_t BP_MwareInit(const char *pcProcName, uint32_t ulProcID);
 // The process part of the start, without the log. For BP_MwareInit only; results as there.
 uint32_t BP_ProcInit(const char *pcProcName, uint32_t ulProcID);
 
+// Has start-up call pfnStart once the command module is registered and before the main module is, from when on
+// messages arrive: what must be there for the first of them is registered in it. Its result, if not BP_OK,
+// fails the start. Before BP_MwareInit, by the thread that will call it.
+void BP_SetStartHook(uint32_t (*pfnStart)());
+
 #endif

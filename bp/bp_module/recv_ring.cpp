@@ -5,6 +5,7 @@
 
 #include "bp/bp_clock.h"
 #include "bp/bp_log/log.h"
+#include "bp/bp_module/ack_wait.h"
 #include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/pace.h"
@@ -117,14 +118,16 @@ static BP_SlabBuf *BP_TakeMsg(BP_RecvRing *pstRing, uint16_t usMsgLen) {
 
 static uint32_t BP_Deliver(BP_ModuleInfo *pstDst, BP_SlabBuf *pstBuf, const BP_MsgHdr &stHdr,
                            uint32_t *pulResult) {
-    BP_ListCtrl *pstQueue = stHdr.ulMsgType == BP_MSG_TYPE_ACK ? &pstDst->stAckQueue : &pstDst->stMsgQueue;
-    const uint32_t ulRet = BP_ModuleAddMsg(pstQueue, pstBuf);
+    const uint32_t ulRet = stHdr.ulMsgType == BP_MSG_TYPE_ACK ? BP_AddAnswer(pstDst, pstBuf)
+                                                              : BP_ModuleAddMsg(&pstDst->stMsgQueue, pstBuf);
     *pulResult = BP_TRANS_DONE;
     if (ulRet != BP_OK) {
         *pulResult = BP_TRANS_ADD_FAIL;
         BP_SlabFreeBuf(pstBuf);
     }
-    BP_PaceQueuedTo(pstDst, stHdr.ulMsgType, stHdr.AssiMsgId);
+    if (BP_IsForMainThread(stHdr)) {
+        BP_PaceQueued();
+    }
     if (BP_WakeupModule(pstDst->ulModuleID) != BP_OK) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to wakeup module id %u.", g_szTransFunc, pstDst->ulModuleID);
         return BP_ERR_FAIL;
@@ -198,11 +201,7 @@ uint32_t BP_CutMessages() {
         return BP_TRANS_INCOMPLETE; // not set up yet
     }
     bool bConsumed = false;
-    uint32_t ulResult = BP_CutSome(pstRing, &bConsumed);
-    // Answers that nobody waits for are the one thing that can be let go of when buffers are short.
-    while (ulResult == BP_TRANS_NO_BUF && BP_DropAllStaleAcks() != 0) {
-        ulResult = BP_CutSome(pstRing, &bConsumed);
-    }
+    const uint32_t ulResult = BP_CutSome(pstRing, &bConsumed);
     pstRing->bNoBuf = ulResult == BP_TRANS_NO_BUF;
     BP_NoteHead(pstRing, ulResult, bConsumed);
     return ulResult;

@@ -6,9 +6,9 @@
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/config.h"
 #include "bp/bp_module/main_thread.h"
+#include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/module_thread.h"
 #include "bp/bp_module/msg_proc.h"
-#include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/proc_info.h"
 #include "bp/bp_module/slab.h"
 
@@ -19,12 +19,6 @@ static bool BP_IsPoolExhausted() {
     BP_ListCtrlOf<BP_ModuleInfo> &stCtrl = BP_GetProcInfo()->stModuleCtrl;
     const BP_SemGuard stGuard(stCtrl.semLock);
     return stCtrl.stFreeList.Empty();
-}
-
-static BP_ModuleInfo *BP_TakeModule() {
-    BP_ListCtrlOf<BP_ModuleInfo> &stCtrl = BP_GetProcInfo()->stModuleCtrl;
-    const BP_SemGuard stGuard(stCtrl.semLock);
-    return stCtrl.stFreeList.PopFront();
 }
 
 static void BP_InitModule(BP_ModuleInfo *pstModule, const BP_ModuleConfig *pstRow) {
@@ -48,49 +42,42 @@ static void BP_InitModule(BP_ModuleInfo *pstModule, const BP_ModuleConfig *pstRo
     pstModule->semWakeup.Init(0);
 }
 
-// The record is complete before look-ups can find it.
-static void BP_PublishModule(BP_ModuleInfo *pstModule) {
-    BP_ListCtrlOf<BP_ModuleInfo> &stCtrl = BP_GetProcInfo()->stModuleCtrl;
-    const BP_SemGuard stGuard(stCtrl.semLock);
-    stCtrl.stUsedList.PushFront(pstModule);
-    BP_Write(pstModule->ulStarted, 1U);
-}
-
-// Nobody will ever serve what was queued between publication and the failed start.
-static void BP_DropQueued(BP_ModuleInfo *pstModule) {
-    for (BP_ListCtrl *pstQueue : {&pstModule->stMsgQueue, &pstModule->stAckQueue, &pstModule->stTimerQueue}) {
-        BP_SlabBuf *pstBuf = BP_ModuleGetMsg(pstQueue, BP_GET_FIRST, 0);
-        while (pstBuf != nullptr) {
-            BP_SlabFreeBuf(pstBuf);
-            pstBuf = BP_ModuleGetMsg(pstQueue, BP_GET_FIRST, 0);
-        }
-    }
-}
-
-static void BP_ReturnModule(BP_ModuleInfo *pstModule) {
-    BP_ListCtrlOf<BP_ModuleInfo> &stCtrl = BP_GetProcInfo()->stModuleCtrl;
-    {
-        const BP_SemGuard stGuard(stCtrl.semLock);
-        BP_Write(pstModule->ulUsed, 0U);
-        BP_List<BP_ModuleInfo>::Remove(pstModule);
-    }
-    BP_DropQueued(pstModule);
-    const BP_SemGuard stGuard(stCtrl.semLock);
-    stCtrl.stFreeList.PushFront(pstModule);
-}
-
-static uint32_t BP_StartModule(BP_ModuleInfo *pstModule) {
+static int BP_StartThread(BP_ModuleInfo *pstModule) {
     pthread_t ulThread;
     const bool bMain = pstModule->ulModuleID == BP_MODULE_ID_MAIN;
+    BP_Write(pstModule->ulStarted, 1U);
     const int lErr =
         pthread_create(&ulThread, nullptr, bMain ? BP_MainThreadProcMain : BP_ThreadProcMain, pstModule);
-    if (lErr != 0) {
-        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]pthread_create fail err:%d", g_szRegistFunc, lErr);
-        BP_ReturnModule(pstModule);
-        return BP_ERR_FAIL;
+    if (lErr == 0) {
+        BP_Write(pstModule->ulThreadID, ulThread);
     }
-    BP_Write(pstModule->ulThreadID, ulThread);
-    return BP_OK;
+    return lErr;
+}
+
+enum BP_REGIST { BP_REGIST_DONE, BP_REGIST_NO_RECORD, BP_REGIST_MAIN_TWICE, BP_REGIST_NO_THREAD };
+
+// All of it under the pool's lock: a record that look-ups have found never goes away again, because it is
+// published only once its thread runs, and that thread does nothing before (BP_BindModuleThread).
+static BP_REGIST BP_AddModule(const BP_ModuleConfig *pstRow, int *plErr) {
+    BP_ListCtrlOf<BP_ModuleInfo> &stCtrl = BP_GetProcInfo()->stModuleCtrl;
+    const BP_SemGuard stGuard(stCtrl.semLock);
+    // There is one socket and one ring, so there must not be a second thread that serves them.
+    if (pstRow->ulModuleID == BP_MODULE_ID_MAIN && BP_GetModuleByID(BP_MODULE_ID_MAIN) != nullptr) {
+        return BP_REGIST_MAIN_TWICE;
+    }
+    BP_ModuleInfo *pstModule = stCtrl.stFreeList.PopFront();
+    if (pstModule == nullptr) {
+        return BP_REGIST_NO_RECORD;
+    }
+    BP_InitModule(pstModule, pstRow);
+    *plErr = BP_StartThread(pstModule);
+    if (*plErr != 0) {
+        BP_Write(pstModule->ulUsed, 0U);
+        stCtrl.stFreeList.PushFront(pstModule);
+        return BP_REGIST_NO_THREAD;
+    }
+    BP_PublishModule(pstModule);
+    return BP_REGIST_DONE;
 }
 
 // The row of a module that may be registered here; null, with its line, for any other.
@@ -129,12 +116,19 @@ uint32_t BP_RegistModule(const char *pcName, uint32_t ulUnused, uint32_t *pulMod
     if (pstRow == nullptr) {
         return BP_ERR_FAIL;
     }
-    BP_ModuleInfo *pstModule = BP_TakeModule();
-    if (pstModule == nullptr) {
+    int lErr = 0;
+    switch (BP_AddModule(pstRow, &lErr)) {
+    case BP_REGIST_DONE:
+        return BP_OK;
+    case BP_REGIST_NO_RECORD:
         BP_LOG_ERROR(BP_ERR_FAIL, "there is no free module struct");
-        return BP_ERR_FAIL;
+        break;
+    case BP_REGIST_MAIN_TWICE:
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]main module %s is registered already.", __func__, pcName);
+        break;
+    case BP_REGIST_NO_THREAD:
+        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]pthread_create fail err:%d", __func__, lErr);
+        break;
     }
-    BP_InitModule(pstModule, pstRow);
-    BP_PublishModule(pstModule);
-    return BP_StartModule(pstModule);
+    return BP_ERR_FAIL;
 }

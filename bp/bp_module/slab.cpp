@@ -10,12 +10,6 @@
 
 static constexpr uint32_t BP_TIMER_PLENTY = 10; // free timer buffers above which a later shortage reports again
 
-// Which message class serves a size. Every class's size is a multiple of the grain, so that all sizes between
-// two multiples have the same one.
-static constexpr uint32_t BP_SLAB_GRAIN = 8;
-static constexpr uint32_t BP_SLAB_GRAIN_NUM = 16384 / BP_SLAB_GRAIN + 1;
-static uint8_t g_aucClassOf[BP_SLAB_GRAIN_NUM];
-
 BP_BufMgr g_stBPBufMgr;
 BP_BufLogMgr g_stBPbuffLogMgr;
 
@@ -73,17 +67,6 @@ static uint8_t *BP_InitSlab(uint32_t ulClass, uint8_t *pucData) {
     return pucData;
 }
 
-// The first class that is large enough, for every number of grains.
-static void BP_InitClassOf() {
-    for (uint32_t i = 0; i < BP_SLAB_GRAIN_NUM; i++) {
-        uint32_t ulClass = 0;
-        while (ulClass < BP_SLAB_CLASS_TIMER && g_astSlabConfig[ulClass].ulSize < i * BP_SLAB_GRAIN) {
-            ulClass++;
-        }
-        g_aucClassOf[i] = static_cast<uint8_t>(ulClass < BP_SLAB_CLASS_TIMER ? ulClass : BP_SLAB_CLASS_NUM);
-    }
-}
-
 uint32_t BP_InitBufManager() {
     BP_InitHeaders();
     uint32_t ulNum = 0;
@@ -102,7 +85,6 @@ uint32_t BP_InitBufManager() {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to calloc new memory. size=%u", __func__, ulBytes);
         return BP_ERR_FAIL;
     }
-    BP_InitClassOf();
     uint8_t *pucNext = g_stBPBufMgr.pucData;
     for (uint32_t i = 0; i < BP_SLAB_CLASS_NUM; i++) {
         pucNext = BP_InitSlab(i, pucNext);
@@ -116,15 +98,17 @@ uint32_t BP_InitBufManager() {
     return BP_OK;
 }
 
-// The class that serves a request, BP_SLAB_CLASS_NUM when none does.
+// The class that serves a request, BP_SLAB_CLASS_NUM if none does.
 static uint32_t BP_ChooseSlab(uint32_t ulSize, uint32_t ulType) {
-    const uint32_t ulGrains = ulSize / BP_SLAB_GRAIN + (ulSize % BP_SLAB_GRAIN != 0 ? 1 : 0);
-    if (ulType == BP_SLAB_TYPE_MSG) {
-        return ulGrains < BP_SLAB_GRAIN_NUM ? g_aucClassOf[ulGrains] : BP_SLAB_CLASS_NUM;
+    if (ulType > BP_SLAB_TYPE_TIMER) {
+        return BP_SLAB_CLASS_NUM;
     }
-    return ulType == BP_SLAB_TYPE_TIMER && ulSize <= g_stBPBufMgr.astSlab[BP_SLAB_CLASS_TIMER].ulSize
-               ? BP_SLAB_CLASS_TIMER
-               : BP_SLAB_CLASS_NUM;
+    uint32_t ulClass = ulType == BP_SLAB_TYPE_TIMER ? BP_SLAB_CLASS_TIMER : 0;
+    const uint32_t ulEnd = ulType == BP_SLAB_TYPE_TIMER ? BP_SLAB_CLASS_NUM : BP_SLAB_CLASS_TIMER;
+    while (ulClass < ulEnd && g_astSlabConfig[ulClass].ulSize < ulSize) {
+        ulClass++;
+    }
+    return ulClass < ulEnd ? ulClass : BP_SLAB_CLASS_NUM;
 }
 
 bool BP_IsExemptName(const char *pcName) {
@@ -201,9 +185,9 @@ static void BP_SlabCount(BP_SlabMgr &stSlab, uint32_t ulFreeNum) {
     BP_Write(stSlab.ulUsedNum, stSlab.ulTotal - ulFreeNum);
 }
 
-// Needs the class lock, or a buffer that is on no list and marked free.
-static void BP_NextUse(BP_SlabBuf *pstBuf) {
-    BP_Write(pstBuf->ulUseSeq, BP_Read(pstBuf->ulUseSeq) + 1);
+// Needs the class lock.
+static void BP_Grow(std::atomic<uint32_t> &ulNumber) {
+    BP_Write(ulNumber, BP_Read(ulNumber) + 1);
 }
 
 // Takes the first free buffer if at least ulNeedFree are free. How many were free stands at pulFree: looking at
@@ -219,9 +203,7 @@ static BP_SlabBuf *BP_SlabTake(BP_SlabMgr &stSlab, uint32_t ulSize, uint32_t ulN
         }
         BP_SlabCount(stSlab, *pulFree - 1);
     }
-    // On no list and marked free it is touched by nobody else, so the lock need not be held any longer. The new
-    // use begins before the mark goes: who still holds the old one and frees it again must see one of the two.
-    BP_NextUse(pstBuf);
+    // On no list and marked free it is touched by no other thread, so the lock need not be held any longer.
     BP_Write(pstBuf->usLen, static_cast<uint16_t>(ulSize));
     pstBuf->ucFlag.store(BP_BUF_TAKEN, std::memory_order_release);
     return pstBuf;
@@ -248,17 +230,18 @@ BP_SlabBuf *BP_SlabGetBuf(uint32_t ulSize, uint32_t ulType) {
     return pstBuf;
 }
 
-// Under the class lock, so that of two threads that free one use of a buffer only one gives it back, and the
-// other cannot hit the next use.
-static bool BP_SlabGiveBack(BP_SlabBuf *pstBuf, uint32_t ulUseSeq) {
+// Under the class lock, so that of two threads that free one generation only one gives it back, and the other
+// cannot hit the next.
+static bool BP_SlabGiveBack(BP_SlabBuf *pstBuf, uint32_t ulGeneration) {
     BP_SlabMgr &stSlab = g_stBPBufMgr.astSlab[pstBuf->usSlabId];
     const BP_SemGuard stGuard(stSlab.semLock);
-    if (pstBuf->ucFlag.load(std::memory_order_acquire) == 0 || BP_Read(pstBuf->ulUseSeq) != ulUseSeq) {
+    if (pstBuf->ucFlag.load(std::memory_order_acquire) == 0 || BP_Read(pstBuf->ulGeneration) != ulGeneration) {
         return false;
     }
     BP_Write<uint8_t>(pstBuf->ucFlag, 0);
     BP_Write<uint16_t>(pstBuf->usLen, 0);
-    BP_NextUse(pstBuf);
+    BP_Grow(pstBuf->ulGeneration);
+    BP_Grow(pstBuf->ulMarkSeq);
     stSlab.stFreeList.PushFront(pstBuf);
     BP_SlabCount(stSlab, BP_Read(stSlab.ulFreeNum) + 1);
     return true;
@@ -277,10 +260,10 @@ static void BP_ReportDoubleFree(const BP_SlabBuf *pstBuf) {
 }
 
 // The queue that the buffer is linked into may let go of it until its lock is held. Returns whether the buffer
-// was still there, in the same use; then it is linked nowhere and the caller's.
-static bool BP_UnlinkFromQueue(BP_SlabBuf *pstBuf, BP_ListCtrl *pstQueue, uint32_t ulUseSeq) {
+// was still there, in the same generation; then it is linked nowhere and the caller's.
+static bool BP_UnlinkFromQueue(BP_SlabBuf *pstBuf, BP_ListCtrl *pstQueue, uint32_t ulGeneration) {
     const BP_SemGuard stGuard(pstQueue->semLock);
-    if (BP_Read(pstBuf->pstQueue) != pstQueue || BP_Read(pstBuf->ulUseSeq) != ulUseSeq) {
+    if (BP_Read(pstBuf->pstQueue) != pstQueue || BP_Read(pstBuf->ulGeneration) != ulGeneration) {
         return false;
     }
     BP_List<BP_SlabBuf>::Remove(pstBuf);
@@ -297,68 +280,55 @@ uint32_t BP_SlabFreeBuf(BP_SlabBuf *pstSlabBuf) {
         BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid slabid %hu.", __func__, pstSlabBuf->usSlabId);
         return BP_ERR_PARAM;
     }
-    const uint32_t ulUseSeq = BP_Read(pstSlabBuf->ulUseSeq);
+    // Before the flag, which BP_SlabGiveBack looks at: a buffer that was free by now is one of a later
+    // generation.
+    const uint32_t ulGeneration = pstSlabBuf->ulGeneration.load(std::memory_order_acquire);
+    if (BP_Read(pstSlabBuf->ucFlag) == 0) {
+        BP_ReportDoubleFree(pstSlabBuf);
+        return BP_OK;
+    }
     // Acquired, so that a link that a queue's reader has just let go of is really free to be used.
     BP_ListCtrl *pstQueue = pstSlabBuf->pstQueue.load(std::memory_order_acquire);
     if (pstQueue != nullptr) {
-        if (!BP_UnlinkFromQueue(pstSlabBuf, pstQueue, ulUseSeq)) {
+        if (!BP_UnlinkFromQueue(pstSlabBuf, pstQueue, ulGeneration)) {
             return BP_OK;
         }
         BP_LOG_WARN(0, "[%s]buffer has not be del - slab %hu bid:%hu f:%d", __func__, pstSlabBuf->usSlabId,
                     pstSlabBuf->usBid, 0);
     }
-    if (!BP_SlabGiveBack(pstSlabBuf, ulUseSeq)) {
+    if (!BP_SlabGiveBack(pstSlabBuf, ulGeneration)) {
         BP_ReportDoubleFree(pstSlabBuf);
     }
     return BP_OK;
 }
 
-uint32_t BP_SlabUseSeq(const BP_SlabBuf *pstSlabBuf) {
-    return BP_Read(pstSlabBuf->ulUseSeq);
+uint32_t BP_SlabMarkSeq(const BP_SlabBuf *pstSlabBuf) {
+    return BP_Read(pstSlabBuf->ulMarkSeq);
 }
 
-// Needs the lock that guards the flag: of the queue that the buffer is in, else of its class.
-static void BP_MarkIfInUse(BP_SlabBuf *pstBuf, uint32_t ulUseSeq) {
-    if (BP_Read(pstBuf->ulUseSeq) == ulUseSeq) {
-        BP_SetFlag(pstBuf, BP_BUF_TIMEOUT);
+static BP_Sem &BP_ClassLock(const BP_SlabBuf *pstBuf) {
+    return g_stBPBufMgr.astSlab[pstBuf->usSlabId].semLock;
+}
+
+void BP_SlabMarkTimeout(BP_SlabBuf *pstSlabBuf, uint32_t ulMarkSeq) {
+    const BP_SemGuard stGuard(BP_ClassLock(pstSlabBuf));
+    if (BP_Read(pstSlabBuf->ulMarkSeq) == ulMarkSeq) {
+        BP_SetFlag(pstSlabBuf, BP_BUF_TIMEOUT);
     }
 }
 
-// The one place that looks for the lock: a mark is rare, while every message is queued and taken out again.
-void BP_SlabMarkTimeout(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq) {
-    BP_ListCtrl *pstQueue = pstSlabBuf->pstQueue.load(std::memory_order_acquire);
-    while (pstQueue != nullptr) {
-        const BP_SemGuard stGuard(pstQueue->semLock);
-        BP_ListCtrl *pstNow = pstSlabBuf->pstQueue.load(std::memory_order_acquire);
-        if (pstNow == pstQueue) {
-            BP_MarkIfInUse(pstSlabBuf, ulUseSeq);
-            return;
-        }
-        pstQueue = pstNow;
-    }
-    const BP_SemGuard stGuard(g_stBPBufMgr.astSlab[pstSlabBuf->usSlabId].semLock);
-    BP_MarkIfInUse(pstSlabBuf, ulUseSeq);
-}
-
-// Needs the class lock. Clears the bits, which must not be all that are set, and returns the flag as it was.
-static uint8_t BP_ClearFlag(BP_SlabBuf *pstBuf, uint8_t ucBits) {
-    const uint8_t ucFlag = BP_Read(pstBuf->ucFlag);
-    BP_Write(pstBuf->ucFlag, static_cast<uint8_t>(ucFlag & ~ucBits));
-    return ucFlag;
-}
-
-bool BP_SlabEndUse(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq) {
-    const BP_SemGuard stGuard(g_stBPBufMgr.astSlab[pstSlabBuf->usSlabId].semLock);
-    if (BP_Read(pstSlabBuf->ulUseSeq) != ulUseSeq) {
+bool BP_SlabEndMark(BP_SlabBuf *pstSlabBuf, uint32_t ulMarkSeq) {
+    const BP_SemGuard stGuard(BP_ClassLock(pstSlabBuf));
+    if (BP_Read(pstSlabBuf->ulMarkSeq) != ulMarkSeq) {
         return false;
     }
-    BP_NextUse(pstSlabBuf);
+    BP_Grow(pstSlabBuf->ulMarkSeq);
     return (BP_ClearFlag(pstSlabBuf, BP_BUF_TIMEOUT) & BP_BUF_TIMEOUT) != 0;
 }
 
-void BP_SlabRenewUse(BP_SlabBuf *pstSlabBuf) {
-    const BP_SemGuard stGuard(g_stBPBufMgr.astSlab[pstSlabBuf->usSlabId].semLock);
-    BP_NextUse(pstSlabBuf);
+void BP_SlabRenewMark(BP_SlabBuf *pstSlabBuf) {
+    const BP_SemGuard stGuard(BP_ClassLock(pstSlabBuf));
+    BP_Grow(pstSlabBuf->ulMarkSeq);
     BP_ClearFlag(pstSlabBuf, BP_BUF_TIMEOUT | BP_BUF_DEQUEUED);
 }
 

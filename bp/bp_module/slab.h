@@ -42,29 +42,30 @@ bool BP_IsExemptName(const char *pcName);
 // and the caller is not exempt, or it is empty; callers report their own failure.
 BP_SlabBuf *BP_SlabGetBuf(uint32_t ulSize, uint32_t ulType);
 
-// Gives a buffer back. A buffer that still sits in a queue is taken out of it first; if the queue's owner takes
-// it at that same moment, the buffer is left to that owner. BP_OK, also (with a WARN line) for a buffer that is
-// free already; BP_ERR_PARAM for a null or malformed header.
+// Gives a buffer back, which must be the caller's. One that still sits in a queue is taken out of it first;
+// that is safe only while no thread reads the queue, since a buffer that its reader has taken out looks like
+// any other that a thread holds, and is given back under the reader's hands. Lists and counts stay right even
+// then: the reader's own free is reported as the second one. BP_OK, also (with a WARN line) for a buffer that
+// is free already; BP_ERR_PARAM for a null or malformed header.
 uint32_t BP_SlabFreeBuf(BP_SlabBuf *pstSlabBuf);
 
 // 1 when a caller without exemption may take a buffer of the class, else 0, with a DEBUG line. Advisory under
 // contention: the count is read without the class lock.
 uint32_t BP_IsSlabBufAvaliable(uint32_t ulClass);
 
-// The use that the buffer is in now; a later use of the same buffer has another number.
-uint32_t BP_SlabUseSeq(const BP_SlabBuf *pstSlabBuf);
+// The number by which a time-out mark finds the message that the buffer holds now.
+uint32_t BP_SlabMarkSeq(const BP_SlabBuf *pstSlabBuf);
 
-// Sets BP_BUF_TIMEOUT if the buffer is still in the given use, and leaves it alone if it was given back or has
-// changed hands since.
-void BP_SlabMarkTimeout(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq);
+// Sets BP_BUF_TIMEOUT unless the buffer was given back, kept or sent on since it had that mark number.
+void BP_SlabMarkTimeout(BP_SlabBuf *pstSlabBuf, uint32_t ulMarkSeq);
 
-// Ends the given use, if the buffer is still in it: from here on no mark meant for it arrives. Clears
-// BP_BUF_TIMEOUT and returns whether it was set; false when the buffer has changed hands before.
-bool BP_SlabEndUse(BP_SlabBuf *pstSlabBuf, uint32_t ulUseSeq);
+// Later marks for this number are ignored. Clears BP_BUF_TIMEOUT and returns whether it was set; false, with
+// nothing done, if the buffer has another number by now.
+bool BP_SlabEndMark(BP_SlabBuf *pstSlabBuf, uint32_t ulMarkSeq);
 
-// Begins a new use of a buffer that came out of a queue and is to go into one again. For the thread that holds
-// it.
-void BP_SlabRenewUse(BP_SlabBuf *pstSlabBuf);
+// Makes a received message one that can be sent: earlier marks are ignored, and it has not come out of a queue.
+// For the thread that holds it.
+void BP_SlabRenewMark(BP_SlabBuf *pstSlabBuf);
 
 // Writes the three dumps of dumps.h now, whatever the latches say. Any thread.
 void BP_WriteDumps();

@@ -124,7 +124,7 @@ BP_StructMsg BP_KeepMsg(BP_StructMsg *pstMsg) {
     if (pstMsg == nullptr || pstMsg->pstSlabBuf == nullptr) {
         return BP_StructMsg();
     }
-    BP_SlabEndUse(pstMsg->pstSlabBuf, BP_SlabUseSeq(pstMsg->pstSlabBuf));
+    BP_SlabEndMark(pstMsg->pstSlabBuf, BP_SlabMarkSeq(pstMsg->pstSlabBuf));
     pstMsg->ulFlags |= BP_MSG_FLAG_KEEP;
     return BP_StructMsg{0, 0, pstMsg->pstSlabBuf};
 }

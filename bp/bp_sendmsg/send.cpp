@@ -1,6 +1,7 @@
 #include "bp/bp_sendmsg/send.h"
 
 #include "bp/bp_log/log.h"
+#include "bp/bp_module/ack_wait.h"
 #include "bp/bp_module/config.h"
 #include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_queue.h"
@@ -40,12 +41,13 @@ static uint32_t BP_CheckSend(const BP_ModuleInfo *pstSrcModule, const BP_StructM
     return BP_OK;
 }
 
-// The queue a message goes to; pstDst is its local destination, null for a remote one.
-static BP_ListCtrl *BP_ChooseQueue(BP_ModuleInfo *pstDst, uint32_t ulMsgType) {
+// pstDst is the local destination, null for a remote one.
+static uint32_t BP_Queue(BP_ModuleInfo *pstDst, uint32_t ulMsgType, BP_SlabBuf *pstBuf) {
     if (pstDst == nullptr) {
-        return &BP_GetProcInfo()->stSendQueue;
+        return BP_ModuleAddMsg(&BP_GetProcInfo()->stSendQueue, pstBuf);
     }
-    return ulMsgType == BP_MSG_TYPE_ACK ? &pstDst->stAckQueue : &pstDst->stMsgQueue;
+    return ulMsgType == BP_MSG_TYPE_ACK ? BP_AddAnswer(pstDst, pstBuf)
+                                        : BP_ModuleAddMsg(&pstDst->stMsgQueue, pstBuf);
 }
 
 static void BP_CountSend(uint32_t ulModuleID, uint32_t ulMsgCode) {
@@ -71,21 +73,19 @@ uint32_t BP_SendMsgProc(BP_ModuleInfo *pstSrcModule, BP_StructMsg *pstMsg) {
     }
     if ((BP_Read(pstMsg->pstSlabBuf->ucFlag) & BP_BUF_DEQUEUED) != 0) {
         // A received message that is sent on: the time-out mark of whoever requested it must not follow it.
-        BP_SlabRenewUse(pstMsg->pstSlabBuf);
+        BP_SlabRenewMark(pstMsg->pstSlabBuf);
     }
-    ulRet = BP_ModuleAddMsg(BP_ChooseQueue(pstDst, stHdr.ulMsgType), pstMsg->pstSlabBuf);
+    ulRet = BP_Queue(pstDst, stHdr.ulMsgType, pstMsg->pstSlabBuf);
     if (ulRet != BP_OK) {
         BP_LOG_ERROR(ulRet, "[%s]set msg To dst module fail.", __func__);
         return ulRet;
     }
     BP_CountSend(pstSrcModule->ulModuleID, stHdr.ulMsgCode);
     pstMsg->ulFlags |= BP_MSG_FLAG_SENT;
-    if (!bLocal) {
-        BP_PaceSendQueued();
-        return BP_OK;
+    if (!bLocal || BP_IsForMainThread(stHdr)) {
+        BP_PaceQueued();
     }
-    BP_PaceQueuedTo(pstDst, stHdr.ulMsgType, stHdr.AssiMsgId);
-    if (BP_WakeupModule(stHdr.ulModuleDstID) != BP_OK) {
+    if (bLocal && BP_WakeupModule(stHdr.ulModuleDstID) != BP_OK) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to wakeup module id %u.", __func__, stHdr.ulModuleDstID);
         return BP_ERR_FAIL;
     }

@@ -51,7 +51,8 @@ static uint32_t BP_SendBuf(BP_SlabBuf *pstBuf) {
 
 uint32_t BP_MsgSocketSendProc() {
     uint32_t ulRet = BP_OK;
-    while (ulRet == BP_OK) {
+    for (uint32_t ulLeft = BP_QueueLength(&BP_GetProcInfo()->stSendQueue); ulRet == BP_OK && ulLeft != 0;
+         ulLeft--) {
         BP_SlabBuf *pstBuf = BP_ModuleGetMsg(&BP_GetProcInfo()->stSendQueue, BP_GET_FIRST, 0);
         if (pstBuf == nullptr) {
             break;

@@ -4,9 +4,10 @@
 
 #include <cstdint>
 
-// Sends everything on stSendQueue, oldest first, each message as one datagram, and gives the buffers back. A
-// datagram that cannot be sent is lost. BP_OK when the queue is empty; BP_ERR_FAIL when it stopped at a message
-// that cannot be addressed (which is dropped; the rest waits for the next call). Main thread only.
+// Sends what is on stSendQueue when it is called, oldest first, each message as one datagram, and gives the
+// buffers back; what is queued meanwhile waits for the next call, or a thread that never stops sending would
+// keep the main thread here. A datagram that cannot be sent is lost. BP_OK; BP_ERR_FAIL if it stopped at a
+// message that cannot be addressed (which is dropped; the rest waits for the next call). Main thread only.
 uint32_t BP_MsgSocketSendProc();
 
 #endif

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "bp/bp_log/log.h"
+#include "bp/bp_module/ack_wait.h"
 #include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_queue.h"
 #include "bp/bp_module/pace.h"
@@ -47,9 +48,9 @@ static uint32_t BP_SendAndWait(BP_ModuleInfo *pstModule, BP_StructMsg *pstMsg, c
                                BP_AckWait *pstWait, uint32_t ulTimeout, BP_SlabBuf **ppstAnswer) {
     BP_SlabBuf *pstRequest = pstMsg->pstSlabBuf;
     if ((BP_Read(pstRequest->ucFlag) & BP_BUF_DEQUEUED) != 0) {
-        BP_SlabRenewUse(pstRequest); // before its number is noted, or sending would change it
+        BP_SlabRenewMark(pstRequest); // before its number is noted, or sending would change it
     }
-    const uint32_t ulUseSeq = BP_SlabUseSeq(pstRequest);
+    const uint32_t ulMarkSeq = BP_SlabMarkSeq(pstRequest);
     if (BP_SendMsgProc(pstModule, pstMsg) != BP_OK) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to send msg.", g_szSyncFunc);
         return BP_ERR_FAIL;
@@ -68,7 +69,7 @@ static uint32_t BP_SendAndWait(BP_ModuleInfo *pstModule, BP_StructMsg *pstMsg, c
     BP_LOG_ERROR(BP_ERR_SYNC_TIMEOUT, "[%s]wait response msg timeout(%u %u)(%x %x),Cmd(%u)", g_szSyncFunc,
                  ulElapsedMs, ulLimitMs, pstModule->ulModuleID, stHdr.ulModuleDstID, stHdr.ulMsgCode);
     // The request was handed over: by now it may have been given back, and its buffer be another message's.
-    BP_SlabMarkTimeout(pstRequest, ulUseSeq);
+    BP_SlabMarkTimeout(pstRequest, ulMarkSeq);
     return BP_ERR_SYNC_TIMEOUT;
 }
 

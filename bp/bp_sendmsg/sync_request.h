@@ -5,8 +5,7 @@
 // because it would itself have to send the request and receive the answer; and a module's thread for its own
 // module.
 //
-// An answer that nobody waits for any more is given back: by the destination's thread when it sees that the
-// request has run out (same process), and by the main thread's next idle pass in every other case.
+// An answer that comes when the wait is over is given back where it arrives (ack_wait.h).
 #ifndef BP_BP_SENDMSG_SYNC_REQUEST_H
 #define BP_BP_SENDMSG_SYNC_REQUEST_H
 
