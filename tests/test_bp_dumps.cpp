@@ -111,7 +111,7 @@ TEST_F(Dumps, TimerDump_ListsWorkingTimersInTheirOrder) {
 
 // A source, and the block that is left of it; 3 lines wanted.
 TEST_F(Dumps, TailFile_CopiesTheLastLines) {
-    static const char szHead[] = "=====/tmp/src=====\n";
+    static const char szHead[] = "=====src=====\n";
     static const size_t ulRoom = 24575 - (sizeof(szHead) - 1);
     const std::string szLong(100000, 'l');
     std::string szLines;
@@ -139,48 +139,48 @@ TEST_F(Dumps, TailFile_CopiesTheLastLines) {
     };
     for (const auto &stCase : astCase) {
         SCOPED_TRACE(stCase.pcName);
-        WriteFile("/tmp/src", stCase.szSource);
-        WriteFile("/tmp/dst", "old\n");
-        EXPECT_EQ(BP_TailFile("/tmp/src", "/tmp/dst", "a", 3), BP_OK);
-        EXPECT_EQ(ReadFile("/tmp/dst"), "old\n" + (szHead + stCase.szTail));
-        EXPECT_EQ(BP_TailFile("/tmp/src", "/tmp/dst", "w", 3), BP_OK);
-        EXPECT_EQ(ReadFile("/tmp/dst"), szHead + stCase.szTail);
+        WriteFile("src", stCase.szSource);
+        WriteFile("dst", "old\n");
+        EXPECT_EQ(BP_TailFile("src", "dst", "a", 3), BP_OK);
+        EXPECT_EQ(ReadFile("dst"), "old\n" + (szHead + stCase.szTail));
+        EXPECT_EQ(BP_TailFile("src", "dst", "w", 3), BP_OK);
+        EXPECT_EQ(ReadFile("dst"), szHead + stCase.szTail);
     }
 }
 
 TEST_F(Dumps, TailFile_Failures) {
-    mkdir("/tmp/dir", 0755);
-    WriteFile("/tmp/src", "x\n");
-    EXPECT_EQ(BP_TailFile("/tmp/none", "/tmp/dst", "w", 3), BP_ERR_FAIL);
-    EXPECT_EQ(BP_TailFile("/tmp/dir", "/tmp/dst", "w", 3), BP_ERR_FAIL);
-    EXPECT_FALSE(FileExists("/tmp/dst"));
-    EXPECT_EQ(BP_TailFile("/tmp/src", "/tmp/dir", "w", 3), BP_ERR_FAIL);
-    EXPECT_EQ(BP_WriteDumpFile("/tmp/dir", "x", 1), BP_ERR_FAIL);
+    mkdir("dir", 0755);
+    WriteFile("src", "x\n");
+    EXPECT_EQ(BP_TailFile("none", "dst", "w", 3), BP_ERR_FAIL);
+    EXPECT_EQ(BP_TailFile("dir", "dst", "w", 3), BP_ERR_FAIL);
+    EXPECT_FALSE(FileExists("dst"));
+    EXPECT_EQ(BP_TailFile("src", "dir", "w", 3), BP_ERR_FAIL);
+    EXPECT_EQ(BP_WriteDumpFile("dir", "x", 1), BP_ERR_FAIL);
     for (const char *pcLine :
          {"[BP_TailFile]fopen fail[No such file or directory]", "[BP_TailFile]fopen fail[Is a directory]",
           "]fopen file fail", "]fopen slab log path fail"}) {
         EXPECT_EQ(Logged(pcLine), 1U) << pcLine;
     }
-    if (MountSmall("/tmp/small", 4096)) {
-        WriteFile("/tmp/small/all", std::string(4096, 'x'));
-        EXPECT_EQ(BP_TailFile("/tmp/src", "/tmp/small/dst", "w", 3), BP_ERR_FAIL);
-        EXPECT_EQ(BP_WriteDumpFile("/tmp/small/dump", "x", 1), BP_ERR_FAIL);
+    if (MountSmall("small", 4096)) {
+        WriteFile("small/all", std::string(4096, 'x'));
+        EXPECT_EQ(BP_TailFile("src", "small/dst", "w", 3), BP_ERR_FAIL);
+        EXPECT_EQ(BP_WriteDumpFile("small/dump", "x", 1), BP_ERR_FAIL);
         EXPECT_EQ(Logged("]fwrite file fail") + Logged("]write slab log fail"), 2U);
     }
 }
 
 // Whatever another thread does to the source meanwhile: a result, and never more than the block.
 TEST_F(Dumps, TailFile_OfAFileThatGrowsAndShrinks) {
-    WriteFile("/tmp/src", "x\n");
+    WriteFile("src", "x\n");
     off_t lRound = 0;
     const Repeater stWriter([&] {
         lRound++;
-        truncate("/tmp/src", lRound % 3 == 0 ? 60000 : lRound % 7);
+        truncate("src", lRound % 3 == 0 ? 60000 : lRound % 7);
     });
     for (int i = 0; i < 300; i++) {
-        EXPECT_EQ(BP_TailFile("/tmp/src", "/tmp/dst", "w", 3), BP_OK);
-        EXPECT_EQ(ReadFile("/tmp/dst").find("=====/tmp/src=====\n"), 0U);
-        EXPECT_LT(ReadFile("/tmp/dst").size(), 24576U);
+        EXPECT_EQ(BP_TailFile("src", "dst", "w", 3), BP_OK);
+        EXPECT_EQ(ReadFile("dst").find("=====src=====\n"), 0U);
+        EXPECT_LT(ReadFile("dst").size(), 24576U);
     }
 }
 

@@ -7,9 +7,13 @@
 
 #include "bp/bp_cmd/cmd_table.h"
 
-// Finds the command and the values of its parameters. The text is ulLen bytes, not terminated, from whoever
-// sent it. Null when it is not a canonical string, names no complete command, or its values do not suit it. Any
-// thread.
-const BP_CmdDef *BP_ParseCmd(const char *pcText, uint32_t ulLen, BP_CmdArgs *pstArgs);
+// Result of BP_RunCmd.
+constexpr uint32_t BP_ERR_CMD_UNKNOWN = 1107; // not a canonical string, or no complete command
+
+// Runs the command that the ulLen bytes at pcText, which are not terminated and may come from anyone, are the
+// canonical string of. If a value does not suit its parameter, or asks for help, the answer says what does and
+// the command's function is not called. BP_OK, BP_ERR_CMD_UNKNOWN or what the function returns. The command
+// module's thread.
+uint32_t BP_RunCmd(const char *pcText, uint32_t ulLen, BP_CmdAnswer *pstAnswer);
 
 #endif

@@ -1,14 +1,19 @@
 #include "bp/bp_cmd/cmd_serve.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstring>
 
 #include "bp/bp_cmd/cmd_parse.h"
 #include "bp/bp_cmd/cmd_runtime.h"
 #include "bp/bp_cmd/cmd_table.h"
 #include "bp/bp_log/log.h"
-#include "bp/bp_module/module_pool.h"
 #include "bp/bp_module/msg_proc.h"
+#include "bp/bp_module/proc_info.h"
+#include "bp/bp_module/proc_init.h"
 #include "bp/bp_sendmsg/message.h"
+
+static constexpr uint32_t BP_LOG_NAME_SIZE = sizeof(BP_LogInfo::szName);
 
 // A request's text; it is not terminated.
 struct BP_CmdText {
@@ -19,22 +24,31 @@ struct BP_CmdText {
 // Answers one request. Any other result than BP_OK makes the answer "operate fail".
 using BP_PfnServe = uint32_t (*)(const BP_CmdText &stText, BP_CmdAnswer *pstAnswer);
 
+// Says in the log what is refused: one line of no more than a word's length, a '?' for what is not printable.
+// Returns ulRet.
+static uint32_t BP_RefuseRequest(uint32_t ulRet, const char *pcWhy, const BP_CmdText &stText) {
+    char szShown[BP_CMD_STRING_MAX + 1];
+    const uint32_t ulSkip = stText.ulLen != 0 && stText.pcText[0] == '\n' ? 1 : 0;
+    const uint32_t ulLen = std::min(stText.ulLen - ulSkip, BP_CMD_STRING_MAX);
+    for (uint32_t i = 0; i < ulLen; i++) {
+        const char cText = stText.pcText[ulSkip + i];
+        szShown[i] = isprint(static_cast<unsigned char>(cText)) != 0 ? cText : cText == '\n' ? ' ' : '?';
+    }
+    szShown[ulLen] = '\0';
+    BP_LOG_WARN(ulRet, "[%s]%s: %s", __func__, pcWhy, szShown);
+    return ulRet;
+}
+
 static uint32_t BP_ServeTree(const BP_CmdText &stText, BP_CmdAnswer *pstAnswer) {
     (void)stText;
     BP_PrintCmdTree(pstAnswer);
     return BP_OK;
 }
 
-// Bus modules first, of which debugging can be switched for those that have a log module of their name; then
-// all log modules, such as the runtime's own. Duplicates are the console's to drop.
+// What "debug" can switch: the log modules. A bus module without one of its own writes no DEBUG lines.
 static uint32_t BP_ServeModules(const BP_CmdText &stText, BP_CmdAnswer *pstAnswer) {
     (void)stText;
-    BP_ModuleInfo *apstModule[BP_MAX_MODULE_NUM];
-    const uint32_t ulNum = BP_ListModules(apstModule, BP_MAX_MODULE_NUM);
     BP_AnswerPrint(pstAnswer, "\n");
-    for (uint32_t i = 0; i < ulNum; i++) {
-        BP_AnswerPrint(pstAnswer, "%s\n", apstModule[i]->szModuleName);
-    }
     BP_LogInfo stInfo;
     for (uint32_t i = 1; BP_GetLogInfo(i, &stInfo) == BP_OK; i++) {
         BP_AnswerPrint(pstAnswer, "%s\n", stInfo.szName);
@@ -50,64 +64,47 @@ static uint32_t BP_ServeGetLevel(const BP_CmdText &stText, BP_CmdAnswer *pstAnsw
 }
 
 static uint32_t BP_ServeSetLevel(const BP_CmdText &stText, BP_CmdAnswer *pstAnswer) {
-    if (stText.ulLen != 1) {
-        return BP_ERR_PARAM;
+    if (stText.ulLen != 1 || BP_SetLogLevel(static_cast<uint32_t>(stText.pcText[0] - '0')) != BP_OK) {
+        return BP_RefuseRequest(BP_ERR_PARAM, "not a level from 2 to 5", stText);
     }
-    const uint32_t ulRet = BP_SetLogLevel(static_cast<uint32_t>(stText.pcText[0] - '0'));
     BP_AnswerPrint(pstAnswer, "operate success");
-    return ulRet;
+    return BP_OK;
 }
 
-static void BP_SwitchAll(uint32_t ulOn) {
-    BP_LogInfo stInfo;
-    for (uint32_t i = 1; BP_GetLogInfo(i, &stInfo) == BP_OK; i++) {
-        BP_Write(g_stBPLogMgr.astLogModule[i].ulDebugOn, ulOn);
-    }
-}
-
-// Reads the next name of the list into szName and moves the text behind it. False at the end, and for a list
-// that is malformed, which stText.ulLen tells.
-static bool BP_NextName(BP_CmdText *pstText, char (&szName)[BP_CMD_STRING_MAX + 1]) {
-    if (pstText->ulLen < 2 || pstText->pcText[0] != '\n') {
+// Copies the words, each after a line feed, to szName with a space between them: the name of a log module.
+// False if they are malformed or too long for one.
+static bool BP_JoinWords(const BP_CmdText &stText, char (&szName)[BP_LOG_NAME_SIZE]) {
+    if (stText.ulLen < 2 || stText.ulLen > BP_LOG_NAME_SIZE || stText.pcText[0] != '\n' ||
+        memchr(stText.pcText, '\0', stText.ulLen) != nullptr) {
         return false;
     }
-    const char *pcName = pstText->pcText + 1;
-    const void *pEnd = memchr(pcName, '\n', pstText->ulLen - 1);
-    const uint32_t ulName =
-        pEnd != nullptr ? static_cast<uint32_t>(static_cast<const char *>(pEnd) - pcName) : pstText->ulLen - 1;
-    if (ulName == 0 || ulName > BP_CMD_STRING_MAX || memchr(pcName, '\0', ulName) != nullptr) {
-        return false;
+    for (uint32_t i = 1; i < stText.ulLen; i++) {
+        szName[i - 1] = stText.pcText[i] == '\n' ? ' ' : stText.pcText[i];
     }
-    memcpy(szName, pcName, ulName);
-    szName[ulName] = '\0';
-    pstText->pcText += ulName + 1;
-    pstText->ulLen -= ulName + 1;
+    szName[stText.ulLen - 1] = '\0';
     return true;
 }
 
-// All names are looked at before any is switched: a request is carried out as a whole or not at all.
+// Whether a log module has this name, or is a submodule of the one that has it.
+static bool BP_IsPartOf(const char *pcLogModule, const char *pcName) {
+    const size_t ulLen = strlen(pcName);
+    return strncmp(pcLogModule, pcName, ulLen) == 0 &&
+           (pcLogModule[ulLen] == '\0' || pcLogModule[ulLen] == ' ');
+}
+
 static uint32_t BP_SwitchDebug(const BP_CmdText &stText, uint32_t ulOn) {
-    char szName[BP_CMD_STRING_MAX + 1];
-    BP_LogModule *apstModule[BP_LOG_MODULE_NUM];
-    uint32_t ulNum = 0;
-    BP_CmdText stRest = stText;
-    while (ulNum < BP_LOG_MODULE_NUM && BP_NextName(&stRest, szName)) {
-        if (strcmp(szName, "all") == 0) {
-            BP_SwitchAll(ulOn);
-            return BP_OK;
-        }
-        apstModule[ulNum] = BP_FindLogModuleByName(szName);
-        if (apstModule[ulNum++] == nullptr) {
-            return BP_ERR_NO_MODULE;
+    char szName[BP_LOG_NAME_SIZE];
+    const bool bName = BP_JoinWords(stText, szName);
+    const bool bAll = bName && strcmp(szName, "all") == 0;
+    bool bFound = bAll;
+    BP_LogInfo stInfo;
+    for (uint32_t i = 1; bName && BP_GetLogInfo(i, &stInfo) == BP_OK; i++) {
+        if (bAll || BP_IsPartOf(stInfo.szName, szName)) {
+            BP_Write(g_stBPLogMgr.astLogModule[i].ulDebugOn, ulOn);
+            bFound = true;
         }
     }
-    if (ulNum == 0 || stRest.ulLen != 0) {
-        return BP_ERR_PARAM;
-    }
-    for (uint32_t i = 0; i < ulNum; i++) {
-        BP_Write(apstModule[i]->ulDebugOn, ulOn);
-    }
-    return BP_OK;
+    return bFound ? BP_OK : BP_RefuseRequest(BP_ERR_NO_MODULE, "no log module", stText);
 }
 
 static uint32_t BP_ServeDebugOn(const BP_CmdText &stText, BP_CmdAnswer *pstAnswer) {
@@ -121,11 +118,11 @@ static uint32_t BP_ServeDebugOff(const BP_CmdText &stText, BP_CmdAnswer *pstAnsw
 }
 
 static uint32_t BP_ServeRun(const BP_CmdText &stText, BP_CmdAnswer *pstAnswer) {
-    BP_CmdArgs stArgs = {};
-    const BP_CmdDef *pstDef = BP_ParseCmd(stText.pcText, stText.ulLen, &stArgs);
-    const uint32_t ulRet =
-        pstDef != nullptr ? pstDef->pfnCmd(&stArgs, pstAnswer, pstDef->ulParam) : BP_ERR_PARAM;
+    const uint32_t ulRet = BP_RunCmd(stText.pcText, stText.ulLen, pstAnswer);
     BP_TrimAnswer(pstAnswer);
+    if (ulRet != BP_OK) {
+        BP_RefuseRequest(ulRet, ulRet == BP_ERR_CMD_UNKNOWN ? "no such command" : "command failed", stText);
+    }
     return ulRet;
 }
 
@@ -145,6 +142,7 @@ static constexpr BP_CmdRequest g_astRequest[] = {
 
 // Handler of every request; ulParam is the request's row.
 static uint32_t BP_HandleRequest(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    (void)ulMsgCode;
     uint8_t *pucText = nullptr;
     uint32_t ulLen = 0;
     if (BP_DecodeStructMsgData(pstMsg, &pucText, &ulLen) != BP_OK) {
@@ -153,19 +151,25 @@ static uint32_t BP_HandleRequest(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint3
     BP_CmdAnswer stAnswer;
     stAnswer.ulTotal = 0;
     const BP_CmdText stText = {reinterpret_cast<const char *>(pucText), ulLen};
-    const uint32_t ulRet = g_astRequest[ulParam].pfnServe(stText, &stAnswer);
-    if (ulRet != BP_OK) {
-        BP_LOG_DEBUG("[%s]request %u failed with %u.", __func__, ulMsgCode, ulRet);
+    if (g_astRequest[ulParam].pfnServe(stText, &stAnswer) != BP_OK) {
         return BP_SendAckMsg(pstMsg, g_szOperateFail, static_cast<uint32_t>(strlen(g_szOperateFail)));
     }
     return BP_SendAckMsg(pstMsg, stAnswer.szText, stAnswer.ulTotal);
 }
 
-uint32_t BP_StartCmd() {
+static uint32_t BP_RegistRequests() {
     uint32_t ulRet = BP_RegistRuntimeCmds();
     for (uint32_t i = 0; ulRet == BP_OK && i < sizeof(g_astRequest) / sizeof(g_astRequest[0]); i++) {
         ulRet = BP_RegistMsgProc(BP_GetProcInfo()->ulCmdModuleID, BP_PROC_TABLE_NORMAL,
                                  g_astRequest[i].ulMsgCode, BP_HandleRequest, i);
     }
     return ulRet;
+}
+
+uint32_t BP_StartCmd() {
+    if (BP_GetProcInfo()->ulCmdModuleID != 0) {
+        return BP_RegistRequests();
+    }
+    BP_SetStartHook(BP_RegistRequests);
+    return BP_OK;
 }

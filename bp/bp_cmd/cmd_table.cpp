@@ -9,8 +9,6 @@
 // What the console shows and sends is framed by these; a name that held one could not be found again.
 static constexpr char g_szNameStop[] = "<>;?";
 static constexpr const char *g_apcTypeWord[] = {"", "title", "integer", "string"};
-static constexpr uint32_t BP_CMD_COUNT_DIGITS = 3; // of a child count; BP_CMD_NODE_NUM has no more
-static constexpr uint32_t BP_CMD_END_LEN = sizeof("<cr>\nend\n0\n") - 1;
 static constexpr uint32_t BP_CMD_EXTEND_MAX =
     39; // characters of all parameter values as the console sends them
 
@@ -35,13 +33,12 @@ struct BP_CmdNode {
 struct BP_CmdTree {
     BP_CmdNode astNode[BP_CMD_NODE_NUM]; // the root first
     uint32_t ulNodeNum;
-    uint32_t ulTextLen; // upper bound of the definition text's length
-    BP_Sem semLock;
 };
 static BP_CmdTree g_stCmdTree;
+static BP_Sem g_semCmdTree;
 
 static uint32_t BP_WordType(const BP_CmdWord &stWord) {
-    return stWord.ulType & ~BP_CMD_OPTIONAL;
+    return stWord.ulType & ~(BP_CMD_OPTIONAL | BP_CMD_EFFECT);
 }
 
 static const char *BP_WordHelp(const BP_CmdWord &stWord) {
@@ -92,6 +89,17 @@ static uint32_t BP_CountWords(const BP_CmdDef &stDef) {
     return ulNum;
 }
 
+// Whether a command with an effect has no value that must be typed before it is complete.
+static bool BP_RunsAtTab(const BP_CmdDef &stDef, uint32_t ulWords) {
+    uint32_t ulFlags = 0;
+    bool bTyped = false;
+    for (uint32_t i = 0; i < ulWords; i++) {
+        ulFlags |= stDef.astWord[i].ulType;
+        bTyped |= (ulFlags & BP_CMD_OPTIONAL) == 0 && BP_WordType(stDef.astWord[i]) != BP_CMD_TITLE;
+    }
+    return (ulFlags & BP_CMD_EFFECT) != 0 && !bTyped;
+}
+
 static bool BP_BeginsWith(const char *pcText, const char *pcStart) {
     return strncmp(pcText, pcStart, strlen(pcStart)) == 0;
 }
@@ -116,16 +124,6 @@ static BP_CmdNode *BP_FindChild(const BP_CmdNode *pstParent, const BP_CmdWord &s
     return nullptr;
 }
 
-static uint32_t BP_EntryLength(const BP_CmdWord &stWord) {
-    return BP_Length(stWord.pcName) + 1 + BP_HelpLength(stWord) + 1 + BP_CMD_COUNT_DIGITS + 1;
-}
-
-// What a new command would need, found by walking the tree as it is.
-struct BP_CmdPlan {
-    uint32_t ulNodes;
-    uint32_t ulText;
-};
-
 // A line of the console that gives the command its shortest values.
 static uint32_t BP_TypedLength(const BP_CmdDef &stDef, uint32_t ulWords) {
     uint32_t ulLen = BP_Length(g_szRootName);
@@ -134,43 +132,6 @@ static uint32_t BP_TypedLength(const BP_CmdDef &stDef, uint32_t ulWords) {
         ulLen += 1 + (BP_WordType(stWord) == BP_CMD_TITLE ? BP_Length(stWord.pcName) : 1);
     }
     return ulLen;
-}
-
-// Whether a command ends at the node already; a word that is still to come has no node.
-static bool BP_IsComplete(const BP_CmdNode *pstNode) {
-    return pstNode != nullptr && pstNode->pstDef != nullptr;
-}
-
-// One word of the plan: *ppstNode is the node before it and becomes the word's own, null when it is new.
-static uint32_t BP_PlanWord(const BP_CmdWord &stWord, const BP_CmdNode **ppstNode, BP_CmdPlan *pstPlan) {
-    if ((stWord.ulType & BP_CMD_OPTIONAL) != 0) {
-        if (BP_IsComplete(*ppstNode)) {
-            return BP_ERR_CMD_CLASH;
-        }
-        pstPlan->ulText += BP_CMD_END_LEN;
-    }
-    bool bClash = false;
-    *ppstNode = *ppstNode != nullptr ? BP_FindChild(*ppstNode, stWord, &bClash) : nullptr;
-    if (bClash) {
-        return BP_ERR_CMD_CLASH;
-    }
-    if (*ppstNode == nullptr) {
-        pstPlan->ulNodes++;
-        pstPlan->ulText += BP_EntryLength(stWord);
-    }
-    return BP_OK;
-}
-
-static uint32_t BP_PlanCmd(const BP_CmdDef &stDef, uint32_t ulWords, BP_CmdPlan *pstPlan,
-                           uint32_t *pulBadWord) {
-    const BP_CmdNode *pstNode = &g_stCmdTree.astNode[0];
-    uint32_t ulRet = BP_OK;
-    for (uint32_t i = 0; ulRet == BP_OK && i < ulWords; i++) {
-        *pulBadWord = i;
-        ulRet = BP_PlanWord(stDef.astWord[i], &pstNode, pstPlan);
-    }
-    pstPlan->ulText += BP_CMD_END_LEN;
-    return ulRet == BP_OK && BP_IsComplete(pstNode) ? BP_ERR_CMD_CLASH : ulRet;
 }
 
 static BP_CmdNode *BP_AddChild(BP_CmdNode *pstParent, const BP_CmdWord &stWord) {
@@ -185,18 +146,77 @@ static BP_CmdNode *BP_AddChild(BP_CmdNode *pstParent, const BP_CmdWord &stWord) 
     return pstNew;
 }
 
-static void BP_LinkCmd(const BP_CmdDef &stDef, uint32_t ulWords) {
+static uint32_t BP_CountChildren(const BP_CmdNode &stNode) {
+    uint32_t ulNum = stNode.pstDef != nullptr ? 1 : 0; // the end marker
+    for (const BP_CmdNode *pstChild = stNode.pstFirstChild; pstChild != nullptr; pstChild = pstChild->pstNext) {
+        ulNum++;
+    }
+    return ulNum;
+}
+
+// Where a command is complete TAB runs it and does not list what else may follow, so the help line names that
+// as far as it has room. The recursion is at most BP_CMD_WORD_MAX deep.
+static void BP_PrintNode(BP_CmdAnswer *pstAnswer, const BP_CmdNode &stNode) {
+    const BP_CmdWord &stWord = *stNode.pstWord;
+    BP_AnswerPrint(pstAnswer, "%s\n%s %s", stWord.pcName, g_apcTypeWord[stNode.ulType], BP_WordHelp(stWord));
+    uint32_t ulHelp = BP_HelpLength(stWord);
+    const BP_CmdNode *pstChild = stNode.pstDef != nullptr ? stNode.pstFirstChild : nullptr;
+    for (; pstChild != nullptr; pstChild = pstChild->pstNext) {
+        ulHelp += BP_Length(" []") + BP_Length(pstChild->pstWord->pcName);
+        if (ulHelp <= BP_CMD_HELP_MAX) {
+            BP_AnswerPrint(pstAnswer, " [%s]", pstChild->pstWord->pcName);
+        }
+    }
+    BP_AnswerPrint(pstAnswer, "\n%u\n%s", BP_CountChildren(stNode),
+                   stNode.pstDef != nullptr ? "<cr>\nend\n0\n" : "");
+    for (pstChild = stNode.pstFirstChild; pstChild != nullptr; pstChild = pstChild->pstNext) {
+        BP_PrintNode(pstAnswer, *pstChild);
+    }
+}
+
+// Needs the tree's lock.
+static void BP_PrintTree(BP_CmdAnswer *pstAnswer) {
+    BP_AnswerPrint(pstAnswer, "\ncommands\n");
+    BP_PrintNode(pstAnswer, g_stCmdTree.astNode[0]);
+}
+
+// Links one word after *ppstNode, which then is the word's own.
+static uint32_t BP_LinkWord(const BP_CmdDef &stDef, const BP_CmdWord &stWord, BP_CmdNode **ppstNode) {
+    if ((stWord.ulType & BP_CMD_OPTIONAL) != 0) {
+        if ((*ppstNode)->pstDef != nullptr) {
+            return BP_ERR_CMD_CLASH;
+        }
+        (*ppstNode)->pstDef = &stDef;
+    }
+    bool bClash = false;
+    BP_CmdNode *pstChild = BP_FindChild(*ppstNode, stWord, &bClash);
+    if (bClash) {
+        return BP_ERR_CMD_CLASH;
+    }
+    if (pstChild == nullptr && g_stCmdTree.ulNodeNum == BP_CMD_NODE_NUM) {
+        return BP_ERR_CMD_FULL;
+    }
+    *ppstNode = pstChild != nullptr ? pstChild : BP_AddChild(*ppstNode, stWord);
+    return BP_OK;
+}
+
+static uint32_t BP_LinkCmd(const BP_CmdDef &stDef, uint32_t ulWords, uint32_t *pulBadWord) {
     BP_CmdNode *pstNode = &g_stCmdTree.astNode[0];
     for (uint32_t i = 0; i < ulWords; i++) {
-        const BP_CmdWord &stWord = stDef.astWord[i];
-        if ((stWord.ulType & BP_CMD_OPTIONAL) != 0) {
-            pstNode->pstDef = &stDef;
+        *pulBadWord = i;
+        const uint32_t ulRet = BP_LinkWord(stDef, stDef.astWord[i], &pstNode);
+        if (ulRet != BP_OK) {
+            return ulRet;
         }
-        bool bClash = false;
-        BP_CmdNode *pstChild = BP_FindChild(pstNode, stWord, &bClash);
-        pstNode = pstChild != nullptr ? pstChild : BP_AddChild(pstNode, stWord);
+    }
+    if (pstNode->pstDef != nullptr) {
+        return BP_ERR_CMD_CLASH;
     }
     pstNode->pstDef = &stDef;
+    BP_CmdAnswer stText;
+    stText.ulTotal = 0;
+    BP_PrintTree(&stText);
+    return stText.ulTotal <= BP_ACK_TEXT_MAX ? BP_OK : BP_ERR_CMD_FULL;
 }
 
 // Needs the tree's lock.
@@ -205,25 +225,18 @@ static void BP_MakeRoot() {
         g_stCmdTree.astNode[0].pstWord = &g_stRootWord;
         g_stCmdTree.astNode[0].ulType = BP_CMD_TITLE;
         g_stCmdTree.ulNodeNum = 1;
-        g_stCmdTree.ulTextLen = BP_Length("\ncommands\n") + BP_EntryLength(g_stRootWord);
     }
 }
 
 static uint32_t BP_AddCmd(const BP_CmdDef &stDef, uint32_t ulWords, uint32_t *pulBadWord) {
-    const BP_SemGuard stGuard(g_stCmdTree.semLock);
+    const BP_SemGuard stGuard(g_semCmdTree);
     BP_MakeRoot();
-    BP_CmdPlan stPlan = {};
-    const uint32_t ulRet = BP_PlanCmd(stDef, ulWords, &stPlan, pulBadWord);
+    const BP_CmdTree stBefore = g_stCmdTree;
+    const uint32_t ulRet = BP_LinkCmd(stDef, ulWords, pulBadWord);
     if (ulRet != BP_OK) {
-        return ulRet;
+        g_stCmdTree = stBefore;
     }
-    if (g_stCmdTree.ulNodeNum + stPlan.ulNodes > BP_CMD_NODE_NUM ||
-        g_stCmdTree.ulTextLen + stPlan.ulText > BP_ACK_TEXT_MAX) {
-        return BP_ERR_CMD_FULL;
-    }
-    BP_LinkCmd(stDef, ulWords);
-    g_stCmdTree.ulTextLen += stPlan.ulText;
-    return BP_OK;
+    return ulRet;
 }
 
 static const char *BP_CmdErrorText(uint32_t ulRet) {
@@ -234,6 +247,8 @@ static const char *BP_CmdErrorText(uint32_t ulRet) {
         return "bad help text";
     case BP_ERR_CMD_CLASH:
         return "cannot be told from another command";
+    case BP_ERR_CMD_EFFECT:
+        return "an effect needs a parameter that must be given";
     case BP_ERR_CMD_LONG:
         return "command is too long";
     case BP_ERR_CMD_FULL:
@@ -259,6 +274,9 @@ uint32_t BP_RegistCmd(const BP_CmdDef *pstDef) {
     if (ulRet == BP_OK && BP_TypedLength(*pstDef, ulWords) > BP_CMD_TYPED_MAX) {
         ulRet = BP_ERR_CMD_LONG;
     }
+    if (ulRet == BP_OK && BP_RunsAtTab(*pstDef, ulWords)) {
+        ulRet = BP_ERR_CMD_EFFECT;
+    }
     // What the console makes of "display loglevel" itself never reaches the tree.
     if (ulRet == BP_OK && strcmp(pstDef->astWord[0].pcName, "loglevel") == 0) {
         ulRet = BP_ERR_CMD_CLASH;
@@ -273,32 +291,10 @@ uint32_t BP_RegistCmd(const BP_CmdDef *pstDef) {
     return ulRet;
 }
 
-static uint32_t BP_CountChildren(const BP_CmdNode &stNode) {
-    uint32_t ulNum = stNode.pstDef != nullptr ? 1 : 0; // the end marker
-    for (const BP_CmdNode *pstChild = stNode.pstFirstChild; pstChild != nullptr; pstChild = pstChild->pstNext) {
-        ulNum++;
-    }
-    return ulNum;
-}
-
-// The recursion is at most BP_CMD_WORD_MAX deep.
-static void BP_PrintNode(BP_CmdAnswer *pstAnswer, const BP_CmdNode &stNode) {
-    const BP_CmdWord &stWord = *stNode.pstWord;
-    BP_AnswerPrint(pstAnswer, "%s\n%s %s\n%u\n", stWord.pcName, g_apcTypeWord[stNode.ulType],
-                   BP_WordHelp(stWord), BP_CountChildren(stNode));
-    if (stNode.pstDef != nullptr) {
-        BP_AnswerPrint(pstAnswer, "<cr>\nend\n0\n");
-    }
-    for (const BP_CmdNode *pstChild = stNode.pstFirstChild; pstChild != nullptr; pstChild = pstChild->pstNext) {
-        BP_PrintNode(pstAnswer, *pstChild);
-    }
-}
-
 uint32_t BP_PrintCmdTree(BP_CmdAnswer *pstAnswer) {
-    const BP_SemGuard stGuard(g_stCmdTree.semLock);
+    const BP_SemGuard stGuard(g_semCmdTree);
     BP_MakeRoot();
-    BP_AnswerPrint(pstAnswer, "\ncommands\n");
-    BP_PrintNode(pstAnswer, g_stCmdTree.astNode[0]);
+    BP_PrintTree(pstAnswer);
     return pstAnswer->ulTotal;
 }
 
@@ -311,7 +307,7 @@ static BP_CmdNode *BP_FindByName(BP_CmdNode *pstNode, const char *pcName, uint32
 }
 
 const BP_CmdDef *BP_FindCmd(const char *pcPath, uint32_t ulLen, BP_CmdArgs *pstArgs) {
-    const BP_SemGuard stGuard(g_stCmdTree.semLock);
+    const BP_SemGuard stGuard(g_semCmdTree);
     BP_MakeRoot();
     pstArgs->ulNum = 0;
     BP_CmdNode *pstLevel = &g_stCmdTree.astNode[0];
@@ -327,6 +323,7 @@ const BP_CmdDef *BP_FindCmd(const char *pcPath, uint32_t ulLen, BP_CmdArgs *pstA
             return nullptr;
         }
         if (pstFound->ulType != BP_CMD_TITLE) {
+            pstArgs->astArg[pstArgs->ulNum].pstWord = pstFound->pstWord;
             pstArgs->astArg[pstArgs->ulNum++].ulType = pstFound->ulType;
         }
         pstLevel = pstFound->pstFirstChild;

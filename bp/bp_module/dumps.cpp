@@ -27,6 +27,13 @@ static const char g_szSlabLegend[] =
 static const char g_szTimerHeading[] = "TimerID   ModuleName  Interv(ms)  Type      StartTime   EndTime     "
                                        "CurExpire   NextExpire  CB(type:func)   \n";
 
+// Text of a dump, cut at its size.
+struct BP_DumpText {
+    char *pcText; // ulSize bytes
+    uint32_t ulSize;
+    uint32_t ulLen;
+};
+
 static bool BP_OpenText(BP_DumpText *pstText, uint32_t ulSize) {
     *pstText = {static_cast<char *>(calloc(1, ulSize)), ulSize, 0};
     if (pstText->pcText == nullptr) {
@@ -160,25 +167,21 @@ static const BP_Timer *BP_NextWorkingTimer(uint32_t *pulSeq) {
     return pstNext;
 }
 
-void BP_PrintTimers(BP_DumpText *pstText) {
-    BP_Print(pstText, "%s", g_szTimerHeading);
-    uint32_t ulNum = 0;
-    uint32_t ulSeq = 0;
-    const BP_Timer *pstTimer = BP_NextWorkingTimer(&ulSeq);
-    while (pstTimer != nullptr && ulNum < BP_MAX_TIMER_NUM) {
-        BP_PrintTimer(pstText, *pstTimer);
-        ulNum++;
-        pstTimer = BP_NextWorkingTimer(&ulSeq);
-    }
-    BP_Print(pstText, "total: %u \n", ulNum);
-}
-
 void BP_DumpTimerLog() {
     BP_DumpText stText;
     if (!BP_OpenText(&stText, BP_TIMER_DUMP_SIZE)) {
         return;
     }
-    BP_PrintTimers(&stText);
+    BP_Print(&stText, "%s", g_szTimerHeading);
+    uint32_t ulNum = 0;
+    uint32_t ulSeq = 0;
+    const BP_Timer *pstTimer = BP_NextWorkingTimer(&ulSeq);
+    while (pstTimer != nullptr && ulNum < BP_MAX_TIMER_NUM) {
+        BP_PrintTimer(&stText, *pstTimer);
+        ulNum++;
+        pstTimer = BP_NextWorkingTimer(&ulSeq);
+    }
+    BP_Print(&stText, "total: %u \n", ulNum);
     BP_CloseText(&stText, BP_TIMER_DUMP_PATH, "Write timer Slab Log fail");
 }
 

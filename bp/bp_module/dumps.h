@@ -19,16 +19,6 @@ void BP_DumpSlabLog();
 void BP_DumpTimerLog();
 void BP_CollectKeyLog();
 
-// Text of a dump, cut at its size.
-struct BP_DumpText {
-    char *pcText; // ulSize bytes
-    uint32_t ulSize;
-    uint32_t ulLen;
-};
-
-// Appends what is in /var/log/Timer_info.log. Any thread.
-void BP_PrintTimers(BP_DumpText *pstText);
-
 // Replaces the file by the ulLen bytes at pcText. BP_OK or BP_ERR_FAIL. Any thread.
 uint32_t BP_WriteDumpFile(const char *pcPath, const char *pcText, uint32_t ulLen);
 

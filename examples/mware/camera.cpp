@@ -1,5 +1,6 @@
 #include "examples/mware/modules.h"
 
+#include <algorithm>
 #include <cstring>
 #include <unistd.h>
 
@@ -7,6 +8,13 @@ static constexpr int32_t MW_PTZ_LIMIT = 90;
 static constexpr int32_t MW_PTZ_STEP = 3;
 static constexpr useconds_t MW_STORE_USEC = 10000;
 static constexpr uint16_t MW_RESET_HOUR = 3;
+static constexpr uint32_t MW_FLOOD_MAX = 1000000;
+
+// Submodules of MW_PTZ in the log and, of the first, service types: "debug MW_PTZ move" switches both, "debug
+// MW_PTZ move left" one of them. Their IDs are no other module's.
+static constexpr uint32_t MW_LOG_PTZ_LEFT = 0x01050001;
+static constexpr uint32_t MW_LOG_PTZ_RIGHT = 0x01050002;
+static constexpr uint32_t MW_LOG_PTZ_LIMIT = 0x01050003;
 
 // Written by one module's thread each, read by the commands.
 static std::atomic<int32_t> g_lPosition;
@@ -53,13 +61,16 @@ static uint32_t MW_CtrlTick(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t u
     return MW_TurnHead();
 }
 
-// Sends to the slow store until the buffers are down to their reserve, as a fault would; the store then works
-// it off.
+// Sends so many messages to the slow store, if there are so many above the buffers' reserve, as a fault would;
+// the store then works them off.
 static uint32_t MW_CtrlFlood(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
     (void)ulMsgCode;
-    (void)pstMsg;
     (void)ulParam;
-    while (BP_PostMsg(g_ulStoreID, MW_MSG_STORE, nullptr, 0) == BP_OK) {
+    int32_t lLeft = 0;
+    if (!MW_GetNumber(pstMsg, &lLeft)) {
+        return BP_ERR_PARAM;
+    }
+    while (lLeft-- > 0 && BP_PostMsg(g_ulStoreID, MW_MSG_STORE, nullptr, 0) == BP_OK) {
     }
     return BP_OK;
 }
@@ -81,10 +92,11 @@ static uint32_t MW_PtzMove(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ul
     }
     const int32_t lPosition = BP_Read(g_lPosition) + lMove;
     BP_Write(g_lPosition, lPosition);
-    MW_LOG_DEBUG(g_ulPtzID, "[%s]position is %d.", __func__, lPosition);
+    MW_LOG_DEBUG(lMove < 0 ? MW_LOG_PTZ_LEFT : MW_LOG_PTZ_RIGHT, "[%s]position is %d.", __func__, lPosition);
     if (lPosition > -MW_PTZ_LIMIT && lPosition < MW_PTZ_LIMIT) {
         return BP_OK;
     }
+    MW_LOG_DEBUG(MW_LOG_PTZ_LIMIT, "[%s]end of travel at %d.", __func__, lPosition);
     return BP_PostMsg(g_ulAlmID, MW_MSG_LIMIT, &lPosition, sizeof(lPosition));
 }
 
@@ -97,7 +109,7 @@ static uint32_t MW_AlmLimit(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t u
     }
     g_ulAlarmNum.fetch_add(1, std::memory_order_relaxed);
     BP_Write(g_lDirection, lPosition > 0 ? -1 : 1);
-    MW_LOG_DEBUG(g_ulAlmID, "[%s]end of travel at %d.", __func__, lPosition);
+    MW_LOG_DEBUG(g_ulAlmID, "[%s]alarm %u.", __func__, BP_Read(g_ulAlarmNum));
     return BP_OK;
 }
 
@@ -125,18 +137,21 @@ static uint32_t MW_DisplayAlarm(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnsw
 }
 
 static uint32_t MW_StartFlood(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnswer, uint32_t ulParam) {
-    (void)pstArgs;
     (void)ulParam;
-    BP_AnswerPrint(pstAnswer, "flood started: see display slab, %s, and again after some seconds\n",
+    const int32_t lNum = static_cast<int32_t>(std::min(pstArgs->astArg[0].ulValue, MW_FLOOD_MAX));
+    BP_AnswerPrint(pstAnswer, "flood started: see display slab now and in some seconds,\nand %s\n",
                    BP_SLAB_DUMP_PATH);
-    return BP_PostMsg(g_ulCtrlID, MW_MSG_FLOOD, nullptr, 0);
+    return BP_PostMsg(g_ulCtrlID, MW_MSG_FLOOD, &lNum, sizeof(lNum));
 }
 
 // words, function, parameter
 static const BP_CmdDef g_astCmd[] = {
     {{{BP_CMD_TITLE, "ptz", "the pan-tilt head"}}, MW_DisplayPtz, 0},
     {{{BP_CMD_TITLE, "alarm", "alarms raised"}}, MW_DisplayAlarm, 0},
-    {{{BP_CMD_TITLE, "flood", "starts a shortage of buffers"}}, MW_StartFlood, 0},
+    {{{BP_CMD_TITLE | BP_CMD_EFFECT, "flood", "sends much at once to the slow store"},
+      {BP_CMD_INTEGER, "count", "messages; 1000 make a shortage of buffers"}},
+     MW_StartFlood,
+     0},
 };
 
 // name, message code, handler, where its ID is kept
@@ -164,6 +179,9 @@ uint32_t MW_StartCamera() {
     for (const MW_Module &stModule : g_astModule) {
         ulRet = ulRet == BP_OK ? MW_StartModule(stModule) : ulRet;
     }
+    ulRet = ulRet == BP_OK ? MW_StartLogModule("MW_PTZ move left", MW_LOG_PTZ_LEFT) : ulRet;
+    ulRet = ulRet == BP_OK ? MW_StartLogModule("MW_PTZ move right", MW_LOG_PTZ_RIGHT) : ulRet;
+    ulRet = ulRet == BP_OK ? MW_StartLogModule("MW_PTZ limit", MW_LOG_PTZ_LIMIT) : ulRet;
     for (const BP_CmdDef &stCmd : g_astCmd) {
         ulRet = ulRet == BP_OK ? BP_RegistCmd(&stCmd) : ulRet;
     }

@@ -32,14 +32,19 @@ static const MW_Process *MW_FindProcess(int argc, char **argv) {
     return nullptr;
 }
 
+uint32_t MW_StartLogModule(const char *pcName, uint32_t ulLogID) {
+    const uint32_t ulRet = BP_RegCmdModuleID(pcName, 0, 0, ulLogID);
+    if (ulRet != BP_OK) {
+        BP_WriteLog(BP_LOG_LEVEL_ERROR, ulRet, BP_LOG_BP_MODULE_ID, __FILE__, __LINE__,
+                    "[%s]no log module for %s.", __func__, pcName);
+    }
+    return ulRet;
+}
+
 uint32_t MW_StartModule(const MW_Module &stModule) {
     uint32_t ulRet = BP_RegistModule(stModule.pcName, 1, stModule.pulModuleID);
     if (ulRet == BP_OK) {
-        ulRet = BP_RegCmdModuleID(stModule.pcName, 0, 0, *stModule.pulModuleID);
-        if (ulRet != 0) {
-            BP_WriteLog(BP_LOG_LEVEL_ERROR, ulRet, BP_LOG_BP_MODULE_ID, __FILE__, __LINE__,
-                        "[%s]no debug module for %s.", __func__, stModule.pcName);
-        }
+        ulRet = MW_StartLogModule(stModule.pcName, *stModule.pulModuleID);
     }
     if (ulRet == BP_OK) {
         ulRet = BP_RegistMsgProc(*stModule.pulModuleID, BP_PROC_TABLE_NORMAL, stModule.ulMsgCode,
@@ -56,7 +61,7 @@ int main(int argc, char **argv) {
         return 2;
     }
     BP_SetPromptDelivery(bPrompt ? 1 : 0);
-    if (BP_MwareInit(pstProcess->pcName, pstProcess->ulProcID) != BP_OK || BP_StartCmd() != BP_OK ||
+    if (BP_StartCmd() != BP_OK || BP_MwareInit(pstProcess->pcName, pstProcess->ulProcID) != BP_OK ||
         pstProcess->pfnStart() != BP_OK) {
         fprintf(stderr, "mware: start failed, see /var/log/%s00.log\n", pstProcess->pcName);
         return 1;

@@ -10,16 +10,19 @@ static constexpr uint32_t SOAK_LOST_OF = 50; // one of so many may lose its answ
 static constexpr double SOAK_HANG_SEC = 60;  // a prompt that is not back by then never comes
 
 const SoakCommand g_stPoolsCommand = {"display slab", "class size    total", ""};
-static const SoakCommand g_stFlood = {"display flood", "flood started", "MW_MWARE"};
+static const SoakCommand g_stFlood = {"display flood 1000", "flood started", "MW_MWARE"};
 static const SoakCommand g_astCommand[] = {
     g_stPoolsCommand,
     {"display slab 6", "6     16384   4", ""},
     {"display slab 99", "no class 99", ""},
+    {"display slab class", "class: a value of 1 to 39", ""},
+    {"display slab 99999999999", "class: 99999999999 is not a number", ""},
     {"display module", "0xffffffff", ""},
     {"display module nobody", "no module nobody", ""},
     {"display thread", "thread  name", ""},
-    {"display timer", "total: ", ""},
-    {"display dump", "/var/log/Slab_Keyinfo.log", ""},
+    {"display timer", "next expiry", ""},
+    {"display process", "started: ", ""},
+    {"display dump yes", "/var/log/Slab_Keyinfo.log", ""},
     {"display log", "log module", ""},
     {"display loglevel", "loglevel: ", ""},
     {"display ptz", "degrees", "MW_MWARE"},
@@ -181,6 +184,7 @@ void Engineer::Act(bool bMayEnd) {
         End(OneOf(alSignal));
     } else if (!bDebug_) {
         Send(ulDraw < 60 ? "e\t" : ulDraw < 80 ? "en_equipment\r" : Garbage() + "zzz\r");
+        bMayQuit_ = ulDraw >= 80; // an ESC and an A recall a line
     } else if (ulDraw < 70) {
         const SoakCommand &stCommand = OneOf(g_astCommand);
         Send(stCommand.szLine + "\r", &stCommand);
