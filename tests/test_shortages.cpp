@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include "bp/bp.h"
+#include "tests/support/bus_peer.h"
 #include "tests/support/capture.h"
 #include "tests/support/console.h"
 #include "tests/support/files.h"
+#include "tests/support/threads.h"
 
-static const char g_szFailed[] = "/tmp/failed";
+static const char g_szFailed[] = "failed";
 
 // What the failures of one function say, in the order of its calls; what several calls in a row say stands here
 // once. An empty text is for failures that nobody is told of.
@@ -88,7 +90,7 @@ static const ShortageCase g_astConsoleCase[] = {
      {"[BP_InitBufManager]fail to calloc new memory. size=264192",
       "[BP_ProcInit]fail to get socket recv buffer.", "[CLI_Init]fail to CLI_InitNodeRoot().",
       "[CLI_ExecuteCmd]fail to send cmd msg", "[CLI_ExecuteCmd]fail to CLI_InitNodeRoot.",
-      "no commands from MW_MWARE: only the built-in commands will work",
+      "no commands from MW_MWARE: start ks again once it answers",
       "no module list from MW_MWARE: debug and nodebug cannot show it", "",
       "[CLI_ExecuteCmd]fail to send cmd msg", "", "[CLI_ExecuteCmd]fail to send cmd msg", ""}},
     {"pthread_create",
@@ -108,7 +110,7 @@ static const ShortageCase g_astConsoleCase[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Each, ConsoleShortage, testing::ValuesIn(g_astConsoleCase), NameOf);
 
-// The rows, and those of the specified pace for the prompt one too, where that has none of its own.
+// The rows, and those of the default pace for the prompt one too, where that has none of its own.
 static std::vector<ShortageCase> AtBothPaces(std::vector<ShortageCase> astCase) {
     const size_t ulNum = astCase.size();
     for (size_t i = 0; i < ulNum; i++) {
@@ -141,7 +143,13 @@ TEST_P(TargetShortage, SaysSoAndGoesOn) {
         if (bReady) {
             PtySession stKs({KS_PATH});
             EnterDebugMode(&stKs);
-            EXPECT_EQ(CountOf(Command(&stKs, "display dump"), "/var/log/Slab_all.log"), 1U);
+            // A thread that still starts would open its file between those of the dumps. Without a log none is
+            // listed.
+            EXPECT_TRUE(WaitFor([&stKs] {
+                const size_t ulListed = CountOf(Command(&stKs, "display thread"), "MW_");
+                return ulListed == 0 || ulListed == CountOf(Command(&stKs, "display module"), "MW_");
+            }));
+            EXPECT_EQ(CountOf(Command(&stKs, "display dump yes"), "/var/log/Slab_all.log"), 1U);
             EXPECT_EQ(CountOf(Command(&stKs, "display ptz"), "degrees"), 1U);
             stMware.Signal(SIGTERM);
         }
@@ -162,7 +170,7 @@ static const std::vector<ShortageCase> g_astTargetCase = {
      {"[BP_InitBufManager]fail to calloc", "[BP_ProcInit]fail to get socket recv buffer.", "]calloc() fail"}},
     {"pthread_create", {"[BP_RegistModule]pthread_create fail err:11"}},
     {"pthread_mutex_init",
-     {"", "[BP_InitBufManager]fail to init BuffLogMgr lock", "[MW_StartModule]no debug module for "}},
+     {"", "[BP_InitBufManager]fail to init BuffLogMgr lock", "[MW_StartLogModule]no log module for "}},
     {"socket", {"[BP_InitSocket]fail to create socket."}},
     {"bind", {"[BP_InitSocket]socket bind failed usLocPort = ;"}},
     {"setsockopt", g_aszNoOption},
@@ -219,6 +227,41 @@ static const std::vector<ShortageCase> g_astStartCase = {
     {"eventfd", {"[E("}, true}, {"timerfd_create", {"[E("}, true},
 };
 INSTANTIATE_TEST_SUITE_P(Each, StartShortage, testing::ValuesIn(AtBothPaces(g_astStartCase)), NameOf);
+
+// The command handlers are there before messages can arrive, so a console that starts in between is answered.
+TEST(StartOrder, CommandsAreServedBeforeTheMainModuleRuns) {
+    ASSERT_EQ(BP_StartCmd(), BP_OK);
+    setenv("KS_FAIL", "pthread_create:2", 1);
+    EXPECT_EQ(BP_MwareInit("MW_IWARE", 102), BP_ERR_FAIL);
+    EXPECT_EQ(BP_GetModuleByID(BP_MODULE_ID_MAIN), nullptr);
+    BP_ModuleInfo *pstCmd = BP_GetModuleByID(BP_MODULE_ID_IWARE_CMD);
+    ASSERT_NE(pstCmd, nullptr);
+    EXPECT_NE(BP_GetMsgProcByMsgID(&pstCmd->stMsgProcCtrl, BP_CMD_GET_TREE), nullptr);
+}
+
+// Starts of a module's thread that fail while other threads send to it: what they send is either refused or
+// served.
+TEST(RegistShortage, FailedThreadStart_AmidSenders_LosesNothing) {
+    setenv("KS_FAIL", "pthread_create:-3", 1);
+    ASSERT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
+    ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK);
+    BP_SetLogLevel(BP_LOG_LEVEL_FATAL);
+    const uint32_t ulPtzID = BP_GetModuleConfigByName("MW_PTZ")->ulModuleID;
+    {
+        std::atomic<bool> bDone{false};
+        const Threads stSenders(3, [&](uint32_t) {
+            while (!bDone) {
+                BP_PostMsg(ulPtzID, 1, "x", 1);
+            }
+        });
+        for (int i = 0; i < 20000; i++) {
+            EXPECT_EQ(BP_RegistModule("MW_PTZ", 1, nullptr), BP_ERR_FAIL);
+        }
+        bDone = true;
+    }
+    EXPECT_EQ(BP_GetModuleByID(ulPtzID), nullptr);
+    EXPECT_TRUE(AllSlabsFull());
+}
 
 TEST(LogShortage, LongLineWithoutMemory_IsLostAlone) {
     BP_InitLog("ks");

@@ -33,11 +33,11 @@ static uint32_t CLI_InitRoots() {
 
 // Both requests are made whatever the first one brought: the second may still get through.
 static void CLI_LoadDefinitions(const char *pcTarget) {
-    const uint32_t ulTreeRet = CLI_ExecuteCmd(BP_CMD_GET_TREE, "");
-    const uint32_t ulModuleRet = CLI_ExecuteCmd(BP_CMD_GET_MODULES, "");
-    if (ulTreeRet != BP_OK) {
-        fprintf(stderr, "no commands from %s: only the built-in commands will work\n", pcTarget);
-    } else if (ulModuleRet != BP_OK) {
+    const bool bTree = CLI_ExecuteCmd(BP_CMD_GET_TREE, "") == BP_OK;
+    if (!bTree) { // said at once: the second request may take as long as the first
+        fprintf(stderr, "no commands from %s: start ks again once it answers\n", pcTarget);
+    }
+    if (CLI_ExecuteCmd(BP_CMD_GET_MODULES, "") != BP_OK && bTree) {
         fprintf(stderr, "no module list from %s: debug and nodebug cannot show it\n", pcTarget);
     }
 }

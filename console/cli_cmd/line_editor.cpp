@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "console/cli_cmd/history.h"
+#include "console/cli_cmd/terminal.h"
 
 static constexpr int CLI_KEY_TAB = '\t';
 static constexpr int CLI_KEY_ENTER = '\r';
@@ -33,33 +34,19 @@ char CLI_LastChar(const char *pcText) {
     return ulLen == 0 ? '\0' : pcText[ulLen - 1];
 }
 
-// Waits in poll, so that a signal is served at once, for as long as lTimeoutMs says. What the stream holds
-// already, put back or read ahead, needs no wait; libc has no function that tells.
+// Waits for a byte on the terminal, at most lTimeoutMs. The console may have been stopped in a signal handler,
+// here or since the last wait.
 static void CLI_AwaitKey(int lTimeoutMs) {
     struct pollfd stPoll = {STDIN_FILENO, POLLIN, 0};
-    while (stdin->_IO_read_ptr >= stdin->_IO_read_end && poll(&stPoll, 1, lTimeoutMs) < 0 && errno == EINTR) {
-    }
+    do {
+        if (CLI_WasStopped()) {
+            printf("\r\n%s%s", g_szSysPrompt, g_szLineBuf);
+            fflush(stdout);
+        }
+    } while (poll(&stPoll, 1, lTimeoutMs) < 0 && errno == EINTR);
 }
 
-// The next byte, EOF when input has ended. What was echoed must be on the screen before the wait.
-static int CLI_ReadKey() {
-    fflush(stdout);
-    for (;;) {
-        CLI_AwaitKey(-1);
-        errno = 0;
-        const int lKey = getc(stdin);
-        const int lErr = errno;
-        if (lKey != EOF || ferror(stdin) == 0) {
-            return lKey;
-        }
-        clearerr(stdin);
-        // Interrupted, or the terminal was left non-blocking by somebody else and another reader was first.
-        if (lErr != EINTR && lErr != EAGAIN) {
-            return EOF;
-        }
-    }
-}
-
+// The stream's next byte without waiting: EOF if there is none, 0 if non-blocking mode could not be switched.
 static int CLI_ReadWithoutWaiting() {
     const int lFlags = fcntl(STDIN_FILENO, F_GETFL);
     if (lFlags == -1 || fcntl(STDIN_FILENO, F_SETFL, lFlags | O_NONBLOCK) == -1) {
@@ -70,16 +57,39 @@ static int CLI_ReadWithoutWaiting() {
     return fcntl(STDIN_FILENO, F_SETFL, lFlags) == -1 ? 0 : lKey;
 }
 
-uint8_t CLI_ReadPendingChar() {
-    // The flag is the terminal's, not the console's: the shell would find it if a signal ended the console
-    // here. One that comes to another thread is passed on to this one, and waits.
+static int CLI_ReadPending() {
+    // The flag is the terminal's, not the console's: the shell would find it if a signal ended or stopped the
+    // console here. One that comes to another thread is passed on to this one, and waits.
     sigset_t stAll;
     sigset_t stOld;
     sigfillset(&stAll);
     pthread_sigmask(SIG_BLOCK, &stAll, &stOld);
     const int lKey = CLI_ReadWithoutWaiting();
     pthread_sigmask(SIG_SETMASK, &stOld, nullptr);
-    return static_cast<uint8_t>(lKey);
+    return lKey;
+}
+
+uint8_t CLI_ReadPendingChar() {
+    return static_cast<uint8_t>(CLI_ReadPending());
+}
+
+// The next byte, EOF when input has ended. What was echoed must be on the screen before the wait. The wait does
+// not see a byte that was put back into the stream, so the stream is asked first. A 0 is no key.
+static int CLI_ReadKey() {
+    fflush(stdout);
+    int lKey = CLI_ReadPending();
+    while (lKey <= 0) {
+        CLI_AwaitKey(-1);
+        errno = 0;
+        lKey = getc(stdin);
+        // Interrupted, or another program made the terminal non-blocking and another reader was first.
+        const bool bAgain = ferror(stdin) != 0 && (errno == EINTR || errno == EAGAIN);
+        clearerr(stdin);
+        if (lKey == EOF && !bAgain) {
+            return EOF;
+        }
+    }
+    return lKey;
 }
 
 // Over a slow line the bytes of one key come one by one; a lone ESC has nothing behind it.
