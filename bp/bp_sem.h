@@ -53,20 +53,11 @@ struct BP_Sem {
     // Sets the value anew. Nobody may hold or wait for the semaphore.
     void Init(uint32_t ulValue) { sem_init(&stSem, 0, ulValue); }
     void Post() { sem_post(&stSem); }
-    // The same as Wait, for locks. They are held for a list operation, so a contending thread backs off up to
-    // three times before it sleeps: a system call on either side costs more than the operation, and every try
-    // takes the lock's cache line from the thread that works with it.
+    // The same as Wait, for locks.
     void Lock() {
-        for (uint32_t ulPause = BP_LOCK_PAUSE_MIN; g_bLockPauses && ulPause <= BP_LOCK_PAUSE_MAX;
-             ulPause *= 2) {
-            if (sem_trywait(&stSem) == 0) {
-                return;
-            }
-            for (uint32_t i = 0; i < ulPause; i++) {
-                BP_CpuPause();
-            }
+        if (sem_trywait(&stSem) != 0) {
+            BackOff();
         }
-        Wait();
     }
     // Blocks until the value can be taken; a signal does not end the wait.
     void Wait() {
@@ -104,6 +95,23 @@ struct BP_Sem {
             nanosleep(&stNap, nullptr);
         }
         return true;
+    }
+
+private:
+    // Locks are held for a list operation, so a contending thread looks up to three times more before it
+    // sleeps: a system call on either side costs more than the operation, and every try takes the lock's cache
+    // line from the thread that works with it.
+    __attribute__((noinline)) void BackOff() {
+        for (uint32_t ulPause = BP_LOCK_PAUSE_MIN; g_bLockPauses && ulPause <= BP_LOCK_PAUSE_MAX;
+             ulPause *= 2) {
+            for (uint32_t i = 0; i < ulPause; i++) {
+                BP_CpuPause();
+            }
+            if (sem_trywait(&stSem) == 0) {
+                return;
+            }
+        }
+        Wait();
     }
 };
 
