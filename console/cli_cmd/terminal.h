@@ -14,8 +14,9 @@ struct CLI_Terminal {
 
 // Saves the settings and switches standard input to raw mode with output processing on, a typed line feed
 // arriving as a carriage return. The standard descriptors that are terminals become blocking: stdio drops what
-// a non-blocking one does not take. Returns what tcsetattr returned, with errno set if that is not 0; reading
-// the settings may fail unnoticed, only the switch decides.
+// a non-blocking one does not take, which can still happen if another program makes the terminal non-blocking
+// while the console runs. Returns what tcsetattr returned, with errno set if that is not 0; reading the
+// settings may fail unnoticed, only the switch decides.
 //
 // Called by the program's initial thread. From here to CLI_RestoreMode a signal that ends the program (SIGHUP,
 // SIGTERM, SIGPIPE) or stops it (SIGTSTP) first puts back what was found, and SIGCONT makes the terminal the
