@@ -218,6 +218,16 @@ TEST_F(Transport, MessageThatWaitsTooLongForItsRest_IsGivenUp) {
     BP_ResumeReceive(); // the second one has only just begun
     Arrive({Msg("half of it").substr(45)});
     EXPECT_TRUE(Delivered({"swallowed", "too", "half of it"}));
+
+    // A main thread that was busy for long finds the rest in the socket, in an event or a pass.
+    for (const bool bEvent : {false, true}) {
+        g_aszSeen.clear();
+        Arrive({Msg("late").substr(0, 42)});
+        pstRing_->lHeldSinceMs -= BP_RECV_HOLD_MS + 1;
+        stPeer_.SendTo(PORT_MWARE, Msg("late").substr(42));
+        bEvent ? Dispatch() : BP_ResumeReceive();
+        EXPECT_TRUE(Delivered({"late"})) << bEvent;
+    }
 }
 
 // Each of those who were held up is answered where he is. The ring knows 32 changes of sender, so of the forty

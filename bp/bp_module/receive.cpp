@@ -73,8 +73,12 @@ static void BP_MakeRoom(BP_ProcInfo *pstProc) {
     }
 }
 
+static bool BP_IsStale(const BP_RecvRing *pstRing) {
+    return pstRing->lHeldSinceMs != 0 && BP_NowMs() - pstRing->lHeldSinceMs > BP_RECV_HOLD_MS;
+}
+
 static void BP_GiveUpStale(BP_RecvRing *pstRing) {
-    while (pstRing->lHeldSinceMs != 0 && BP_NowMs() - pstRing->lHeldSinceMs > BP_RECV_HOLD_MS) {
+    while (BP_IsStale(pstRing)) {
         BP_GiveUpHead(pstRing);
         BP_CutMessages();
     }
@@ -85,12 +89,11 @@ uint32_t BP_GetAndDispatchMsg() {
     BP_RecvRing *pstRing = &pstProc->stRecvRing;
     // The socket is edge-triggered: it must be read until it is empty, or what came together with one datagram
     // would wait for the next. That it is empty then is no failure.
-    bool bMayBeEmpty = pstRing->bNoBuf || pstRing->bUnread;
+    bool bMayBeEmpty = pstRing->bNoBuf || pstRing->bUnread || BP_IsStale(pstRing);
     pstRing->bUnread = false;
     if (pstRing->bNoBuf) {
         BP_CutMessages();
     }
-    BP_GiveUpStale(pstRing);
     for (;;) {
         BP_MakeRoom(pstProc);
         if (pstRing->bNoBuf) {
@@ -99,6 +102,9 @@ uint32_t BP_GetAndDispatchMsg() {
         const int lErr = BP_ReadDatagram(pstProc);
         if (lErr == EINTR) {
             continue;
+        }
+        if (lErr == EAGAIN) {
+            BP_GiveUpStale(pstRing); // only now: a main thread that was busy finds the rest in the socket
         }
         if (lErr != 0) {
             return bMayBeEmpty && lErr == EAGAIN ? BP_OK : BP_ReportReadError(lErr);
@@ -117,9 +123,8 @@ bool BP_IsReceivePending() {
 }
 
 void BP_ResumeReceive() {
-    BP_RecvRing *pstRing = &BP_GetProcInfo()->stRecvRing;
-    BP_GiveUpStale(pstRing);
-    if (pstRing->bNoBuf) {
+    const BP_RecvRing *pstRing = &BP_GetProcInfo()->stRecvRing;
+    if (pstRing->bNoBuf || BP_IsStale(pstRing)) {
         BP_GetAndDispatchMsg();
     }
 }
