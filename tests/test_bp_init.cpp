@@ -87,6 +87,9 @@ TEST(Init, Console_HasBothModulesAndTheirThreads) {
     getsockname(pstProc->lSocket, reinterpret_cast<struct sockaddr *>(&stAddr), &ulLen);
     EXPECT_EQ(stAddr.sin_port, 0);
     EXPECT_TRUE(AllSlabsFull());
+    BP_System("ls -l /proc/self/fd >/tmp/ks_test_inherited");
+    const std::string szInherited = ReadFile("/tmp/ks_test_inherited");
+    EXPECT_FALSE(Matches(szInherited, "anon_inode|socket|/var/log")) << szInherited;
     const auto szThreads = [] { return ReadFile("/tmp/ThreadInfo[" + std::to_string(getpid()) + "].log"); };
     EXPECT_TRUE(
         WaitFor([&] { return CountOf(szThreads(), "ks_cmd:") == 1 && CountOf(szThreads(), "ks:") == 1; }));

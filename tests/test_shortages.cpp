@@ -229,11 +229,17 @@ static const std::vector<ShortageCase> g_astStartCase = {
 INSTANTIATE_TEST_SUITE_P(Each, StartShortage, testing::ValuesIn(AtBothPaces(g_astStartCase)), NameOf);
 
 // The command handlers are there before messages can arrive, so a console that starts in between is answered.
+static uint32_t g_ulStarted = 0;
 TEST(StartOrder, CommandsAreServedBeforeTheMainModuleRuns) {
-    ASSERT_EQ(BP_StartCmd(), BP_OK);
+    static const BP_PfnStart pfnOwn = [] { return g_ulStarted++ == 0 ? BP_OK : BP_ERR_FAIL; };
+    for (int i = 0; i < 2; i++) {
+        ASSERT_EQ(BP_AddStartHook(pfnOwn), BP_OK);
+        ASSERT_EQ(BP_StartCmd(), BP_OK);
+    }
     setenv("KS_FAIL", "pthread_create:2", 1);
     EXPECT_EQ(BP_MwareInit("MW_IWARE", 102), BP_ERR_FAIL);
     EXPECT_EQ(BP_GetModuleByID(BP_MODULE_ID_MAIN), nullptr);
+    EXPECT_EQ(g_ulStarted, 1U);
     BP_ModuleInfo *pstCmd = BP_GetModuleByID(BP_MODULE_ID_IWARE_CMD);
     ASSERT_NE(pstCmd, nullptr);
     EXPECT_NE(BP_GetMsgProcByMsgID(&pstCmd->stMsgProcCtrl, BP_CMD_GET_TREE), nullptr);

@@ -170,6 +170,5 @@ uint32_t BP_StartCmd() {
     if (BP_GetProcInfo()->ulCmdModuleID != 0) {
         return BP_RegistRequests();
     }
-    BP_SetStartHook(BP_RegistRequests);
-    return BP_OK;
+    return BP_AddStartHook(BP_RegistRequests);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <fcntl.h>
 #include <initializer_list>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -40,6 +41,14 @@ uint32_t BP_SetPromptDelivery(uint32_t ulOn) {
 
 uint32_t BP_GetPromptDelivery() {
     return g_bPrompt ? 1 : 0;
+}
+
+int BP_CreateEpoll(int lSize) {
+    const int lFd = epoll_create(lSize);
+    if (lFd >= 0) {
+        fcntl(lFd, F_SETFD, FD_CLOEXEC);
+    }
+    return lFd;
 }
 
 static bool BP_Watch(int lFd) {
@@ -147,7 +156,7 @@ bool BP_PaceMayReadOn() {
 
 uint32_t BP_PaceBeginWait(BP_AckWait *pstWait) {
     if (!g_bPrompt) {
-        pstWait->lEpollFd = epoll_create(BP_SYNC_EPOLL_SIZE);
+        pstWait->lEpollFd = BP_CreateEpoll(BP_SYNC_EPOLL_SIZE);
     }
     return g_bPrompt || pstWait->lEpollFd >= 0 ? BP_OK : BP_ERR_FAIL;
 }

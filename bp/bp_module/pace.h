@@ -27,6 +27,9 @@ uint32_t BP_SetPromptDelivery(uint32_t ulOn);
 // 1 at the prompt pace, 0 at the other one. Any thread.
 uint32_t BP_GetPromptDelivery();
 
+// An epoll instance that no shell inherits; negative, with errno set, if there is none to be had. Any thread.
+int BP_CreateEpoll(int lSize);
+
 // Prepares the pace; the process's epoll instance exists. BP_OK or BP_ERR_FAIL. Start-up only.
 uint32_t BP_InitPace();
 

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <sys/epoll.h>
 
 #include "bp/bp_log/log.h"
 #include "bp/bp_module/config.h"
@@ -24,10 +23,26 @@ static constexpr uint32_t BP_CMD_NAME_SIZE = 64;
 static constexpr int BP_EPOLL_SIZE = 256;
 
 static std::atomic<bool> g_bStarted{false};
-static uint32_t (*g_pfnStartHook)();
+static BP_PfnStart g_apfnStart[BP_MAX_START_HOOK_NUM];
 
-void BP_SetStartHook(uint32_t (*pfnStart)()) {
-    g_pfnStartHook = pfnStart;
+uint32_t BP_AddStartHook(BP_PfnStart pfnStart) {
+    for (BP_PfnStart &pfnOwn : g_apfnStart) {
+        if (pfnOwn == nullptr || pfnOwn == pfnStart) {
+            pfnOwn = pfnStart;
+            return BP_OK;
+        }
+    }
+    return BP_ERR_FAIL;
+}
+
+static uint32_t BP_CallStartHooks() {
+    for (const BP_PfnStart pfnStart : g_apfnStart) {
+        if (pfnStart != nullptr && pfnStart() != BP_OK) {
+            BP_LOG_ERROR(BP_ERR_FAIL, "[%s]start hook failed.", g_szInitFunc);
+            return BP_ERR_FAIL;
+        }
+    }
+    return BP_OK;
 }
 
 static uint32_t BP_FailTransport(const char *pcWhat) {
@@ -38,7 +53,7 @@ static uint32_t BP_FailTransport(const char *pcWhat) {
 }
 
 static uint32_t BP_InitTransport(BP_ProcInfo *pstProc, const BP_ProcConfig *pstRow) {
-    pstProc->lEpollFd = epoll_create(BP_EPOLL_SIZE);
+    pstProc->lEpollFd = BP_CreateEpoll(BP_EPOLL_SIZE);
     if (pstProc->lEpollFd < 0) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to create epoll.", g_szInitFunc);
         pstProc->lEpollFd = -1;
@@ -74,8 +89,7 @@ static uint32_t BP_RegistOwnModules(BP_ProcInfo *pstProc, const char *pcProcName
         return BP_FailTransport("fail to regist cmd module.");
     }
     // A failure from here on leaves everything in place: the command module's thread is there, and may use it.
-    if (g_pfnStartHook != nullptr && g_pfnStartHook() != BP_OK) {
-        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]start hook failed.", g_szInitFunc);
+    if (BP_CallStartHooks() != BP_OK) {
         return BP_ERR_FAIL;
     }
     if (strcmp(pcProcName, "MW_MWARE") == 0) {
