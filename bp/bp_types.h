@@ -1,7 +1,8 @@
 // Constants and records that every room of the runtime shares.
 //
 // Fields that are read without the lock that guards their changes are atomics, accessed relaxed: such a read is
-// a snapshot and orders nothing.
+// a snapshot and orders nothing. Where more depends on it, the access names its order. A published module's ID
+// and name do not change and are plain.
 #ifndef BP_BP_TYPES_H
 #define BP_BP_TYPES_H
 
@@ -77,9 +78,9 @@ struct alignas(64) BP_SlabBuf {
     std::atomic<uint8_t> ucFlag{0};
     BP_ListNode stNode; // in its class's free list, or in one queue; null while code holds the buffer
 
-    // Changed under the class lock. The generation grows when the buffer is given back, and tells a second free
-    // of one generation from the first of the next. The mark number grows then too, and whenever a time-out
-    // mark that is still to come would be meant for a message that the buffer no longer holds.
+    // Changed under the class lock. The generation grows when the buffer is taken, and tells a second free of
+    // one generation from the first of the next. The mark number grows when the buffer is given back, and
+    // whenever a time-out mark that is still to come would be meant for a message that it no longer holds.
     std::atomic<uint32_t> ulGeneration{0};
     std::atomic<uint32_t> ulMarkSeq{0};
     // The queue the buffer is linked into; written under that queue's lock.

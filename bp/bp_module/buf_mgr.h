@@ -18,7 +18,7 @@ struct alignas(64) BP_SlabMgr {
     std::atomic<uint32_t> ulFreeNum{0}; // ulFreeNum + ulUsedNum = ulTotal outside the lock
     std::atomic<uint32_t> ulUsedNum{0};
     BP_List<BP_SlabBuf> stFreeList;
-    BP_Sem semLock; // guards the list, both counts, and the state bits of the class's buffers
+    BP_Sem semLock; // guards the list, both counts, and what frees and time-out marks change
     // From how many free buffers on callers without exemption get one: 0 where nothing is kept back, and 1
     // where only the refusal of the last one is reported.
     uint32_t ulNeedFree = 0;

@@ -62,6 +62,12 @@ const char *BP_GetCurThreadName() {
     return pstProc != nullptr ? pstProc->szProcName : g_szInvalidModName;
 }
 
+void BP_WakeupRecord(BP_ModuleInfo *pstModule) {
+    if (pstModule->ulModuleID != BP_MODULE_ID_MAIN) {
+        pstModule->semWakeup.Post();
+    }
+}
+
 uint32_t BP_WakeupModule(uint32_t ulModuleID) {
     if (ulModuleID == BP_MODULE_ID_MAIN) {
         return BP_OK;
@@ -71,7 +77,7 @@ uint32_t BP_WakeupModule(uint32_t ulModuleID) {
         BP_LOG_ERROR(BP_ERR_FAIL, "[%s]invalid ulModuleID %x.", __func__, ulModuleID);
         return BP_ERR_FAIL;
     }
-    pstModule->semWakeup.Post();
+    BP_WakeupRecord(pstModule);
     return BP_OK;
 }
 

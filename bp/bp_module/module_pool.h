@@ -36,6 +36,9 @@ const char *BP_GetCurThreadName();
 // long and is not woken; BP_ERR_FAIL when no registered module has the ID. Any thread.
 uint32_t BP_WakeupModule(uint32_t ulModuleID);
 
+// The same for the record that something was queued to, which need not be the newest of its ID any more.
+void BP_WakeupRecord(BP_ModuleInfo *pstModule);
+
 // Copies up to ulMax pointers to the registered records, oldest first, and returns their number. Any thread.
 uint32_t BP_ListModules(BP_ModuleInfo **papstModule, uint32_t ulMax);
 

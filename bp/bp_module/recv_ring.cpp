@@ -128,10 +128,7 @@ static uint32_t BP_Deliver(BP_ModuleInfo *pstDst, BP_SlabBuf *pstBuf, const BP_M
     if (BP_IsForMainThread(stHdr)) {
         BP_PaceQueued();
     }
-    if (BP_WakeupModule(pstDst->ulModuleID) != BP_OK) {
-        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to wakeup module id %u.", g_szTransFunc, pstDst->ulModuleID);
-        return BP_ERR_FAIL;
-    }
+    BP_WakeupRecord(pstDst);
     return ulRet;
 }
 

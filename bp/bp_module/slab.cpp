@@ -202,6 +202,7 @@ static BP_SlabBuf *BP_SlabTake(BP_SlabMgr &stSlab, uint32_t ulSize, uint32_t ulN
             return nullptr;
         }
         BP_SlabCount(stSlab, *pulFree - 1);
+        BP_Grow(pstBuf->ulGeneration);
     }
     // On no list and marked free it is touched by no other thread, so the lock need not be held any longer.
     BP_Write(pstBuf->usLen, static_cast<uint16_t>(ulSize));
@@ -240,7 +241,6 @@ static bool BP_SlabGiveBack(BP_SlabBuf *pstBuf, uint32_t ulGeneration) {
     }
     BP_Write<uint8_t>(pstBuf->ucFlag, 0);
     BP_Write<uint16_t>(pstBuf->usLen, 0);
-    BP_Grow(pstBuf->ulGeneration);
     BP_Grow(pstBuf->ulMarkSeq);
     stSlab.stFreeList.PushFront(pstBuf);
     BP_SlabCount(stSlab, BP_Read(stSlab.ulFreeNum) + 1);
@@ -280,8 +280,8 @@ uint32_t BP_SlabFreeBuf(BP_SlabBuf *pstSlabBuf) {
         BP_LOG_ERROR(BP_ERR_PARAM, "[%s]invalid slabid %hu.", __func__, pstSlabBuf->usSlabId);
         return BP_ERR_PARAM;
     }
-    // Before the flag, which BP_SlabGiveBack looks at: a buffer that was free by now is one of a later
-    // generation.
+    // Before the flag: if the buffer was free then, whoever takes it meanwhile makes it one of a later
+    // generation, which BP_SlabGiveBack leaves alone.
     const uint32_t ulGeneration = pstSlabBuf->ulGeneration.load(std::memory_order_acquire);
     if (BP_Read(pstSlabBuf->ucFlag) == 0) {
         BP_ReportDoubleFree(pstSlabBuf);
@@ -291,6 +291,9 @@ uint32_t BP_SlabFreeBuf(BP_SlabBuf *pstSlabBuf) {
     BP_ListCtrl *pstQueue = pstSlabBuf->pstQueue.load(std::memory_order_acquire);
     if (pstQueue != nullptr) {
         if (!BP_UnlinkFromQueue(pstSlabBuf, pstQueue, ulGeneration)) {
+            if (BP_Read(pstSlabBuf->ulGeneration) != ulGeneration) {
+                BP_ReportDoubleFree(pstSlabBuf);
+            }
             return BP_OK;
         }
         BP_LOG_WARN(0, "[%s]buffer has not be del - slab %hu bid:%hu f:%d", __func__, pstSlabBuf->usSlabId,

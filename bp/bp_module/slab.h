@@ -6,7 +6,8 @@
 // modules,
 //            so that an engineer still gets through to a process that has run short. Everybody else is refused
 //            at the threshold, and the first refusal is reported (g_stBPbuffLogMgr).
-// Threads:   any thread, no waiting beyond the class lock, which is held for a list operation only.
+// Threads:   any thread. What waits is a caller who is refused, while another one writes the dumps; all else
+//            takes the class lock for a list operation, and to free a queued buffer its queue's.
 #ifndef BP_BP_MODULE_SLAB_H
 #define BP_BP_MODULE_SLAB_H
 
@@ -56,7 +57,7 @@ uint32_t BP_IsSlabBufAvaliable(uint32_t ulClass);
 // The number by which a time-out mark finds the message that the buffer holds now.
 uint32_t BP_SlabMarkSeq(const BP_SlabBuf *pstSlabBuf);
 
-// Sets BP_BUF_TIMEOUT unless the buffer was given back, kept or sent on since it had that mark number.
+// Sets BP_BUF_TIMEOUT unless the buffer was given back, handled, kept or sent on since it had that mark number.
 void BP_SlabMarkTimeout(BP_SlabBuf *pstSlabBuf, uint32_t ulMarkSeq);
 
 // Later marks for this number are ignored. Clears BP_BUF_TIMEOUT and returns whether it was set; false, with

@@ -85,9 +85,8 @@ uint32_t BP_SendMsgProc(BP_ModuleInfo *pstSrcModule, BP_StructMsg *pstMsg) {
     if (!bLocal || BP_IsForMainThread(stHdr)) {
         BP_PaceQueued();
     }
-    if (bLocal && BP_WakeupModule(stHdr.ulModuleDstID) != BP_OK) {
-        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to wakeup module id %u.", __func__, stHdr.ulModuleDstID);
-        return BP_ERR_FAIL;
+    if (bLocal) {
+        BP_WakeupRecord(pstDst);
     }
     return BP_OK;
 }

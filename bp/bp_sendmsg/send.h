@@ -8,10 +8,10 @@
 #include "bp/bp_msg_hdr.h"
 
 // Queues the addressed message of pstSrcModule and returns at once; a message to another process leaves in the
-// main thread's next idle pass. On success the handle has BP_MSG_FLAG_SENT and no longer owns the buffer; on
-// failure it still does, except when only the wake-up failed. The caller erases the handle in every case. Any
-// thread. BP_OK; BP_ERR_PARAM for a missing argument, buffer or destination row; BP_ERR_FAIL when a main module
-// sends to a main module, a local destination is not registered, or it cannot be woken.
+// main thread's next pass (pace.h). On success the handle has BP_MSG_FLAG_SENT and no longer owns the buffer;
+// on failure it still does. The caller erases the handle in every case. Any thread. BP_OK; BP_ERR_PARAM for a
+// missing argument, buffer or destination row; BP_ERR_FAIL when a main module sends to a main module, or a
+// local destination is not registered.
 uint32_t BP_SendMsgProc(BP_ModuleInfo *pstSrcModule, BP_StructMsg *pstMsg);
 
 // Sends ulMemLen bytes as an ordinary message of the calling thread's module (the main module for a thread of

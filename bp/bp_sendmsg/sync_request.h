@@ -14,9 +14,10 @@
 #include "bp/bp_msg_hdr.h"
 
 // Sends pstMsg (made by BP_CreatStructMsg, header not filled in) and waits for at most ulTimeout seconds,
-// counted in steps of BP_SYNC_POLL_MS and always at least one. BP_OK with the answer in pstRspMsg, which the
-// caller erases; BP_ERR_SYNC_TIMEOUT; BP_ERR_PARAM for a missing handle or buffer; BP_ERR_FAIL when there is no
-// requester, or the request cannot be addressed, sent or waited for. The caller erases pstMsg in every case.
+// and at least BP_SYNC_POLL_MS milliseconds, in whose steps the default pace counts. BP_OK with the answer in
+// pstRspMsg, which the caller erases; BP_ERR_SYNC_TIMEOUT; BP_ERR_PARAM for a missing handle or buffer;
+// BP_ERR_FAIL when there is no requester, or the request cannot be addressed, sent or waited for. The caller
+// erases pstMsg in every case.
 uint32_t BP_InnerSendSyncMsg(uint32_t ulModuleDstID, uint32_t ulMsgCode, BP_StructMsg *pstMsg,
                              BP_StructMsg *pstRspMsg, uint32_t ulTimeout);
 

@@ -116,10 +116,7 @@ uint32_t BP_TimerExpireProc(BP_Timer *pstTimer) {
         return BP_ERR_FAIL;
     }
     pstTimer->ulNotices++;
-    if (BP_WakeupModule(pstModule->ulModuleID) != BP_OK) {
-        BP_LOG_ERROR(BP_ERR_FAIL, "[%s]fail to wakeup module id %u.", __func__, pstModule->ulModuleID);
-        return BP_ERR_FAIL;
-    }
+    BP_WakeupRecord(pstModule);
     return BP_OK;
 }
 
