@@ -84,6 +84,15 @@ static void BP_GiveUpStale(BP_RecvRing *pstRing) {
     }
 }
 
+// What has waited too long for its rest is given up only now: a main thread that was busy finds the rest in the
+// socket.
+static uint32_t BP_EndReading(BP_RecvRing *pstRing, int lErr, bool bMayBeEmpty) {
+    if (lErr == EAGAIN) {
+        BP_GiveUpStale(pstRing);
+    }
+    return bMayBeEmpty && lErr == EAGAIN ? BP_OK : BP_ReportReadError(lErr);
+}
+
 uint32_t BP_GetAndDispatchMsg() {
     BP_ProcInfo *pstProc = BP_GetProcInfo();
     BP_RecvRing *pstRing = &pstProc->stRecvRing;
@@ -103,11 +112,8 @@ uint32_t BP_GetAndDispatchMsg() {
         if (lErr == EINTR) {
             continue;
         }
-        if (lErr == EAGAIN) {
-            BP_GiveUpStale(pstRing); // only now: a main thread that was busy finds the rest in the socket
-        }
         if (lErr != 0) {
-            return bMayBeEmpty && lErr == EAGAIN ? BP_OK : BP_ReportReadError(lErr);
+            return BP_EndReading(pstRing, lErr, bMayBeEmpty);
         }
         bMayBeEmpty = true;
         BP_CutMessages();
