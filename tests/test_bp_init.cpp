@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sstream>
 
 #include "bp/bp.h"
 #include "tests/support/bus_peer.h"
@@ -114,4 +115,42 @@ TEST(Init, SecondStart_IsRefusedAndHarmless) {
     EXPECT_FALSE(FileExists("/var/log/ks00.log"));
     EXPECT_EQ(CountOf(ReadFile("/var/log/MW_IWARE00.log"), "[E(1)]"), 1U);
     EXPECT_EQ(CountOf(ReadFile("/var/log/MW_IWARE00.log"), "started as 'MW_IWARE' already"), 1U);
+}
+
+static std::string NameOf(uint32_t ulModuleID) {
+    const BP_ModuleConfig *pstRow = BP_GetModuleConfigByID(ulModuleID);
+    return pstRow != nullptr ? pstRow->szModuleName : "none";
+}
+
+TEST(Config, FirstMatchingRowWins_AndTheMainModuleIsTheCallersOwn) {
+    EXPECT_EQ(BP_GetModuleConfigByID(0x90000007), &g_astModuleConfigInfo[6]);
+    EXPECT_EQ(BP_GetModuleConfigByName("MW_CC"), &g_astModuleConfigInfo[6]);
+    EXPECT_EQ(NameOf(0x90000006), "none");
+    EXPECT_EQ(BP_GetModuleConfigByName("mw_cc"), nullptr);
+    EXPECT_EQ(BP_GetModuleConfigByName(nullptr), nullptr);
+    EXPECT_EQ(BP_GetProcNameByID(0), nullptr);
+    const char *apcMain[][2] = {
+        {"0", "none"}, {"101", "MW_MWARE"}, {"102", "MW_IWARE"}, {"257", "ks"}, {"258", "sdk_update"}};
+    for (const auto &[pcProcID, pcMain] : apcMain) {
+        BP_GetProcInfo()->usProcID = static_cast<uint16_t>(atoi(pcProcID));
+        EXPECT_EQ(NameOf(BP_MODULE_ID_MAIN), pcMain);
+        EXPECT_EQ(NameOf(BP_MODULE_ID_EXT), "update_cmd");
+    }
+}
+
+// Processes of one device are built apart from each other: whoever changes a row changes it for all of them.
+TEST(Config, TablesAreTheDevices) {
+    std::ostringstream stTables;
+    for (const BP_ModuleConfig &stRow : g_astModuleConfigInfo) {
+        stTables << stRow.szModuleName << " " << std::hex << stRow.ulModuleID << std::dec << " "
+                 << stRow.usProcID << "\n";
+    }
+    for (const BP_ProcConfig &stRow : g_astProcConfigInfo) {
+        stTables << stRow.szProcName << " " << stRow.usProcID << " " << stRow.szIP << ":" << stRow.usPort
+                 << "\n";
+    }
+    for (const BP_SlabConfig &stRow : g_astSlabConfig) {
+        stTables << stRow.ulNum << " of " << stRow.ulSize << "\n";
+    }
+    EXPECT_EQ(stTables.str(), ReadFile(KS_TEST_DATA "/tables.txt"));
 }

@@ -5,13 +5,8 @@
 #include <thread>
 #include <unistd.h>
 
-#include "bp/bp.h"
-#include "tests/support/bus_peer.h"
-#include "tests/support/files.h"
+#include "tests/support/on_bus.h"
 #include "tests/support/threads.h"
-
-static constexpr uint32_t MW_CTRL = 0x90000001;
-static const char g_szLog[] = "/var/log/MW_MWARE00.log";
 
 static std::atomic<uint32_t> g_ulFired;
 static uint32_t OnTimer(uint32_t, uint32_t) {
@@ -44,11 +39,7 @@ TEST(Semaphore, TimedWait_EndsByAPostOrByTime) {
 }
 
 static std::string Ask(uint32_t ulTimeout) {
-    char *pcAnswer = nullptr;
-    const uint32_t ulRet = BP_SendCmdMsg("x", BP_MODULE_ID_IWARE_CMD, 31060, ulTimeout, &pcAnswer);
-    const std::string szAnswer = ulRet == BP_OK ? pcAnswer : "error " + std::to_string(ulRet);
-    free(pcAnswer);
-    return szAnswer;
+    return Ask(BP_MODULE_ID_IWARE_CMD, "x", ulTimeout);
 }
 
 // Datagrams without a pause, so that a process of the default pace is never idle, except where this thread
@@ -80,14 +71,15 @@ private:
     std::thread stThread_;
 };
 
-class Pace : public testing::Test {
+class Pace : public OnBus {
 protected:
-    static void Start(uint32_t ulPrompt) {
+    void SetUp() override {}
+    void TearDown() override {}
+    void Start(uint32_t ulPrompt) {
         ASSERT_EQ(BP_SetPromptDelivery(ulPrompt), BP_OK);
-        ASSERT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
-        ASSERT_EQ(BP_RegistModule("MW_CTRL", 1, nullptr), BP_OK);
+        OnBus::SetUp();
         ASSERT_EQ(BP_RegistMsgProc(MW_CTRL, BP_PROC_TABLE_NORMAL, 7, OnMsg, 0), BP_OK);
-        ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK);
+        StartMainThread();
         ASSERT_EQ(BP_RegistMsgProc(BP_MODULE_ID_MAIN, BP_PROC_TABLE_NORMAL, 8, OnMsg, 0), BP_OK);
     }
     static void ExpectAllBack() { EXPECT_TRUE(AllSlabsRefill()); }
@@ -232,7 +224,7 @@ TEST_F(Pace, Prompt_LimitIsTheWholeLimit) {
     EXPECT_EQ(Ask(0), "error 1057");
     EXPECT_EQ(Ask(1), "error 1057");
     EXPECT_GE(BP_NowMs() - lStart, 1010);
-    const std::string szLog = ReadFile(g_szLog);
+    const std::string szLog = Log();
     EXPECT_EQ(CountOf(szLog, "timeout(10 0)(ffffffff fffffffd),Cmd(31060)"), 1U);
     EXPECT_EQ(CountOf(szLog, "timeout(1000 1000)(ffffffff fffffffd),Cmd(31060)"), 1U);
     ExpectAllBack();

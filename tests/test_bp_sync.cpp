@@ -2,14 +2,9 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include "bp/bp.h"
-#include "tests/support/bus_peer.h"
-#include "tests/support/files.h"
+#include "tests/support/on_bus.h"
 #include "tests/support/slab_check.h"
 #include "tests/support/threads.h"
-
-static constexpr uint32_t MW_CTRL = 0x90000001;
-static constexpr uint32_t MW_PTZ = 0x90000003;
 
 // The console's process, with the target played by a script.
 class SyncRemote : public testing::Test {
@@ -17,12 +12,7 @@ protected:
     void SetUp() override { ASSERT_EQ(BP_MwareInit("ks", 257), BP_OK); }
     void TearDown() override { EXPECT_TRUE(AllSlabsRefill()); }
     static std::string Ask(const std::string &szText, uint32_t ulTimeout, uint32_t ulMsgCode = 31060) {
-        char *pcAnswer = nullptr;
-        const uint32_t ulRet =
-            BP_SendCmdMsg(szText.c_str(), BP_MODULE_ID_MWARE_CMD, ulMsgCode, ulTimeout, &pcAnswer);
-        const std::string szAnswer = ulRet == BP_OK ? pcAnswer : "error " + std::to_string(ulRet);
-        free(pcAnswer);
-        return szAnswer;
+        return ::Ask(BP_MODULE_ID_MWARE_CMD, szText, ulTimeout, ulMsgCode);
     }
 };
 
@@ -230,28 +220,6 @@ TEST_F(SyncRemote, ThousandRequests_LeaveEveryClassFull) {
     EXPECT_GT(ulGood, 700U);
 }
 
-TEST_F(SyncRemote, WrongArguments) {
-    char *pcAnswer = nullptr;
-    BP_StructMsg stEmpty = {};
-    BP_StructMsg stRsp = {};
-    ASSERT_EQ(BP_RegCmdModuleID("target", 0, 0, BP_MODULE_ID_MWARE_CMD),
-              BP_OK); // the command call logs as the target
-    EXPECT_EQ(BP_SendCmdMsg(nullptr, BP_MODULE_ID_MWARE_CMD, 1, 0, &pcAnswer), BP_ERR_PARAM);
-    EXPECT_EQ(BP_SendCmdMsg("x", BP_MODULE_ID_MWARE_CMD, 1, 0, nullptr), BP_ERR_PARAM);
-    EXPECT_EQ(BP_SendCmdMsg("x", 0x90000006, 1, 0, &pcAnswer), BP_ERR_FAIL);
-    EXPECT_EQ(BP_SendCmdMsg(std::string(20000, 'x').c_str(), BP_MODULE_ID_MWARE_CMD, 1, 0, &pcAnswer),
-              BP_ERR_PARAM);
-    EXPECT_EQ(BP_InnerSendSyncMsg(1, 1, nullptr, &stRsp, 0), BP_ERR_PARAM);
-    EXPECT_EQ(BP_InnerSendSyncMsg(1, 1, &stEmpty, &stRsp, 0), BP_ERR_PARAM);
-    EXPECT_EQ(pcAnswer, nullptr);
-    const std::string szLog = ReadFile("/var/log/ks00.log");
-    for (const char *pcLine :
-         {"]Param illegal pcCmdData:(nil)", "[BP_InnerSendSyncMsg]fail to config msg head.",
-          "]fail to BP_InnerSendSyncMsg MsgCode:1", "[BP_InnerSendSyncMsg]invalid input param."}) {
-        EXPECT_GE(CountOf(szLog, pcLine), 1U) << pcLine << "\n" << szLog;
-    }
-}
-
 static void OnAlarm(int) {}
 
 TEST_F(SyncRemote, SignalsDoNotUseUpTheLimit) {
@@ -269,23 +237,19 @@ TEST_F(SyncRemote, SignalsDoNotUseUpTheLimit) {
 }
 
 // Requests between modules of one process.
-class SyncLocal : public testing::Test {
+class SyncLocal : public OnBus {
 protected:
     void SetUp() override {
-        ASSERT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
-        ASSERT_EQ(BP_RegistModule("MW_CTRL", 1, nullptr), BP_OK);
+        OnBus::SetUp();
         ASSERT_EQ(BP_RegistModule("MW_PTZ", 1, nullptr), BP_OK);
-        ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK);
+        StartMainThread();
     }
-    void TearDown() override { EXPECT_TRUE(AllSlabsRefill()); }
 };
 
 static uint32_t Echo(uint32_t, BP_StructMsg *pstMsg, uint32_t ulParam) {
-    uint8_t *pucText = nullptr;
-    uint32_t ulLen = 0;
-    BP_DecodeStructMsgData(pstMsg, &pucText, &ulLen);
+    const std::string szText = TextOf(*pstMsg);
     usleep(ulParam * 1000);
-    return BP_SendAckMsg(pstMsg, reinterpret_cast<char *>(pucText), ulLen);
+    return BP_SendAckMsg(pstMsg, szText.data(), static_cast<uint32_t>(szText.size()));
 }
 
 static std::atomic<uint32_t> g_ulEqual;
@@ -293,11 +257,9 @@ static std::atomic<uint32_t> g_ulLate;
 static std::atomic<uint32_t> g_ulDone;
 
 static uint32_t AskPtz(uint32_t ulMsgCode, BP_StructMsg *, uint32_t ulParam) {
-    char *pcAnswer = nullptr;
-    const uint32_t ulRet = BP_SendCmdMsg("question", MW_PTZ, ulMsgCode, ulParam, &pcAnswer);
-    g_ulEqual += ulRet == BP_OK && strcmp(pcAnswer, "question") == 0;
-    g_ulLate += ulRet == BP_ERR_SYNC_TIMEOUT;
-    free(pcAnswer);
+    const std::string szAnswer = Ask(MW_PTZ, "question", ulParam, ulMsgCode);
+    g_ulEqual += szAnswer == "question";
+    g_ulLate += szAnswer == "error 1057";
     g_ulDone++;
     return BP_OK;
 }
@@ -336,8 +298,7 @@ TEST_F(SyncLocal, TimedOutInTheQueue_IsNotHandled) {
     ASSERT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, 1, Echo, 500), BP_OK);
     ASSERT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, 2, CountHandled, 0), BP_OK);
     ASSERT_EQ(BP_PostMsg(MW_PTZ, 1, nullptr, 0), BP_OK);
-    char *pcAnswer = nullptr;
-    EXPECT_EQ(BP_SendCmdMsg("given up", MW_PTZ, 2, 0, &pcAnswer), BP_ERR_SYNC_TIMEOUT);
+    EXPECT_EQ(Ask(MW_PTZ, "given up", 0, 2), "error 1057");
     ASSERT_EQ(BP_PostMsg(MW_PTZ, 2, nullptr, 0), BP_OK);
     EXPECT_TRUE(WaitFor([] { return g_ulHandled != 0; }));
     EXPECT_TRUE(AllSlabsRefill());
@@ -357,19 +318,12 @@ static uint32_t EchoTooLate(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t u
 TEST_F(SyncLocal, AnsweredTooLate_IsSaidOnce) {
     uint32_t ulCode = 1;
     for (const uint32_t ulMs : {0U, 100U}) {
-        char *pcAnswer = nullptr;
         ASSERT_EQ(BP_RegistMsgProc(MW_PTZ, BP_PROC_TABLE_NORMAL, ulCode, EchoTooLate, ulMs), BP_OK);
-        EXPECT_EQ(BP_SendCmdMsg("x", MW_PTZ, ulCode++, 1, &pcAnswer), BP_ERR_SYNC_TIMEOUT);
+        EXPECT_EQ(Ask(MW_PTZ, "x", 1, ulCode++), "error 1057");
         g_semTimedOut.Post();
         EXPECT_TRUE(AllSlabsRefill());
         EXPECT_EQ(
             CountOf(ReadFile("/var/log/MW_MWARE00.log"), "[BP_FreeTimeoutAckMsg]Force free ack slab buf, "),
             ulCode - 1);
     }
-}
-
-TEST_F(SyncLocal, PostMsg_Refusals) {
-    EXPECT_EQ(BP_PostMsg(MW_CTRL, 1, nullptr, 5), BP_ERR_FAIL);
-    EXPECT_EQ(BP_PostMsg(0x90000006, 1, nullptr, 0), BP_ERR_PARAM);
-    EXPECT_EQ(BP_PostMsg(BP_MODULE_ID_MAIN, 1, nullptr, 0), BP_ERR_FAIL); // a main module to a main module
 }

@@ -3,16 +3,9 @@
 #include <set>
 #include <unistd.h>
 
-#include "bp/bp.h"
-#include "tests/support/bus_peer.h"
 #include "tests/support/fake_clock.h"
-#include "tests/support/files.h"
+#include "tests/support/on_bus.h"
 #include "tests/support/threads.h"
-
-static constexpr uint32_t MW_CTRL = 0x90000001;
-static constexpr uint32_t MW_PTZ = 0x90000003;
-static const char g_szLog[] = "/var/log/MW_MWARE00.log";
-static const char g_szDebug[] = "/var/log/MW_MWARE00.debug";
 
 static std::mutex g_stFiredLock;
 static std::vector<std::string> g_aszFired;
@@ -46,19 +39,16 @@ static uint32_t OnBlock(uint32_t ulTimerID, uint32_t ulParam) {
     return OnCom(ulTimerID, ulParam);
 }
 
-class Timer : public testing::Test {
+class Timer : public OnBus {
 protected:
     void SetUp() override {
-        ASSERT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
-        ASSERT_EQ(BP_RegistModule("MW_CTRL", 1, nullptr), BP_OK);
-        BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 1U);
+        OnBus::SetUp();
+        SetDebug(true);
     }
     void TearDown() override {
-        EXPECT_TRUE(AllSlabsRefill());
+        OnBus::TearDown();
         EXPECT_EQ(Both(), BP_MAX_TIMER_NUM);
     }
-    // The process has a main thread from here on; before, the tests scan by hand.
-    static void StartMainThread() { ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK); }
     static uint32_t Num(const BP_List<BP_Timer> &stList) {
         uint32_t ulNum = 0;
         for (const BP_Timer *pst = stList.First(); pst != nullptr; pst = stList.Next(pst)) {
@@ -87,45 +77,6 @@ protected:
         return stParam;
     }
 };
-
-TEST_F(Timer, RegistTimer_RefusesAndChangesNothing) {
-    const auto pfnRefused = [](const std::function<void(BP_TimerParam *)> &pfnSpoil) {
-        BP_TimerParam stParam = Valid();
-        pfnSpoil(&stParam);
-        uint32_t ulID = 4711;
-        const uint32_t ulRet = BP_RegistTimer(&stParam, &ulID);
-        EXPECT_EQ(ulID, 4711U);
-        EXPECT_EQ(Free(), BP_MAX_TIMER_NUM);
-        return ulRet;
-    };
-    using P = BP_TimerParam;
-    EXPECT_EQ(BP_RegistTimer(nullptr, &g_ulTimerID), BP_ERR_PARAM);
-    const P stValid = Valid();
-    EXPECT_EQ(BP_RegistTimer(&stValid, nullptr), BP_ERR_PARAM);
-    const std::function<void(P *)> apfnWrong[] = {
-        [](P *p) { p->pfnComCb = nullptr; },
-        [](P *p) { p->ulCbType = BP_TIMER_CB_EXT; },
-        [](P *p) { p->ulCbType = 2; },
-        [](P *p) { p->ulType = 6; },
-        [](P *p) { p->lInterval = 0; },
-        [](P *p) { p->lInterval = -1; },
-        [](P *p) { p->ulType = BP_TIMER_ONCE, p->lInterval = 0; },
-        [](P *p) { p->ulType = BP_TIMER_DAY, p->usHour = 24; },
-        [](P *p) { p->ulType = BP_TIMER_DAY, p->usMinute = 60; },
-        [](P *p) { p->ulType = BP_TIMER_DATE, p->usSecond = 60; },
-        [](P *p) { p->ulType = BP_TIMER_WEEK, p->usDay = 7; },
-        [](P *p) { p->ulType = BP_TIMER_MONTH, p->usDay = 0; },
-        [](P *p) { p->ulType = BP_TIMER_MONTH, p->usDay = 32; },
-    };
-    for (const auto &pfnWrong : apfnWrong) {
-        EXPECT_EQ(pfnRefused(pfnWrong), BP_ERR_PARAM);
-    }
-    EXPECT_EQ(pfnRefused([](P *p) { p->ulModuleID = MW_PTZ; }), BP_ERR_NO_MODULE);
-    EXPECT_EQ(pfnRefused([](P *p) { p->ulType = BP_TIMER_DATE, p->lStartTime = 1000; }), BP_ERR_TIMER_OVER);
-    EXPECT_EQ(pfnRefused([](P *p) { p->ulType = BP_TIMER_DAY, p->lStopTime = 1000; }), BP_ERR_TIMER_OVER);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[bp_timer-"), 2 + 13 + 3U);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[E(1075)]"), 2U);
-}
 
 TEST_F(Timer, FullPool_RefusesAndIDsDiffer) {
     std::set<uint32_t> aulID;
@@ -189,11 +140,11 @@ TEST_F(Timer, OnceAndDateTimers_UnregisterThemselves) {
     SetClock(Utc("2026-03-05T08:00:00"));
     ASSERT_TRUE(WaitFor([] { return FiredNum() == 2 && Free() == BP_MAX_TIMER_NUM; }));
     EXPECT_EQ(g_aszFired[0], std::to_string(g_ulTimerID) + " ext 11 -12");
-    EXPECT_EQ(CountOf(ReadFile(g_szDebug), "[BP_ThreadTimerProc]auto unreg timer "), 2U);
+    EXPECT_EQ(CountOf(DebugLog(), "[BP_ThreadTimerProc]auto unreg timer "), 2U);
     EXPECT_EQ(BP_UnregistTimer(ulOnceID), BP_ERR_NO_TIMER);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_GetLockTimerByID]there is no working timer."), 1U);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[W(1074)][bp_timer-"), 1U);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_UnregistTimerProc]MW_MWARE timerid 2 is invalid."), 1U);
+    EXPECT_EQ(Logged("[BP_GetLockTimerByID]there is no working timer."), 1U);
+    EXPECT_EQ(Logged("[W(1074)][bp_timer-"), 1U);
+    EXPECT_EQ(Logged("[BP_UnregistTimerProc]MW_MWARE timerid 2 is invalid."), 1U);
 }
 
 // A module that was busy finds several notices, the last of which is the timer's last. Registered a second time
@@ -238,7 +189,7 @@ TEST_F(Timer, BehindByFarOrForLong_FiresNoFasterThanItMay) {
         int64_t lGapMs;
     } astCase[] = {{500, 1, 1000000000, 20}, {40, 20, 1, 20}, {6, 1, 1000000000, 3}, {1, 1, 1000000000, 1}};
     StartMainThread();
-    BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 0U);
+    SetDebug(false);
     for (const auto &stCase : astCase) {
         SCOPED_TRACE(stCase.lInterval);
         SetClock(1000);
@@ -280,7 +231,7 @@ static uint32_t SendOn(uint32_t, BP_StructMsg *, uint32_t) {
 TEST_F(Timer, SendersThatNeverStop_DoNotKeepTheMainThread) {
     StartMainThread();
     BP_SetLogLevel(BP_LOG_LEVEL_FATAL);
-    BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 0U);
+    SetDebug(false);
     const auto pfnTicks = [] { return WaitFor([ulFired = FiredNum()] { return FiredNum() > ulFired + 20; }); };
     ASSERT_EQ(BP_StartCycleTimer(MW_CTRL, 10, OnCom, 1, &g_ulTimerID), BP_OK);
     {
@@ -318,7 +269,7 @@ TEST_F(Timer, UnregistTimer_AmidItsNotices) {
     EXPECT_EQ(BP_QueueLength(&BP_GetModuleByID(MW_CTRL)->stTimerQueue), 2U);
     EXPECT_EQ(BP_UnregistTimer(g_ulTimerID),
               BP_ERR_FAIL); // this thread has no module, nor has the process a main one
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_UnregistTimerProc]fail to find src module."), 1U);
+    EXPECT_EQ(Logged("[BP_UnregistTimerProc]fail to find src module."), 1U);
     StartMainThread();
     EXPECT_EQ(BP_UnregistTimer(g_ulTimerID), BP_OK);
     EXPECT_EQ(BP_QueueLength(&BP_GetModuleByID(MW_CTRL)->stTimerQueue), 0U);
@@ -329,7 +280,7 @@ TEST_F(Timer, UnregistTimer_AmidItsNotices) {
     g_semBlock.Post();
     ASSERT_TRUE(WaitFor([] { return FiredNum() == 1 && AllSlabsFull(); }));
     EXPECT_EQ(Working(), 1U);
-    EXPECT_EQ(CountOf(ReadFile(g_szDebug), "auto unreg"), 0U);
+    EXPECT_EQ(CountOf(DebugLog(), "auto unreg"), 0U);
 }
 
 static uint32_t OnRenew(uint32_t ulTimerID, uint32_t ulParam) {
@@ -357,8 +308,8 @@ TEST_F(Timer, OwnerGone_TimerWaitsAndCanStillBeEnded) {
     EXPECT_EQ(BP_TimerExpireProc(pstTimer), BP_ERR_NO_MODULE);
     BP_GetProcInfo()->stTimerCtrl.semLock.Post();
     EXPECT_EQ(BP_UnregistTimer(g_ulTimerID), BP_ERR_TIMER_OWNER);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[BP_TimerExpireProc]invalid module id 2415919110."), 1U);
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "[E(1041)][bp_timer-"), 2U);
+    EXPECT_EQ(Logged("[BP_TimerExpireProc]invalid module id 2415919110."), 1U);
+    EXPECT_EQ(Logged("[E(1041)][bp_timer-"), 2U);
     EXPECT_EQ(BP_ThreadTimerProc(nullptr), BP_ERR_PARAM);
 }
 
@@ -377,7 +328,7 @@ TEST_F(Timer, ManyTimersForAWhile_FireAsOftenAsTheTimeAllows) {
         ASSERT_EQ(BP_RegistModule(pcModule, 1, &aulModule.back()), BP_OK);
     }
     StartMainThread();
-    BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 0U);
+    SetDebug(false);
     struct Run {
         uint32_t ulID;
         int32_t lInterval;

@@ -5,25 +5,17 @@
 #include <map>
 #include <sstream>
 
-#include "bp/bp.h"
-#include "tests/support/bus_peer.h"
-#include "tests/support/files.h"
+#include "tests/support/on_bus.h"
 #include "tests/support/slab_check.h"
 #include "tests/support/threads.h"
-
-static constexpr uint32_t MW_CTRL = 0x90000001;
-static const char g_szLog[] = "/var/log/MW_MWARE00.log";
 
 static std::mutex g_stSeenLock;
 static std::vector<std::string> g_aszSeen;
 static std::map<std::string, uint16_t> g_ausPeerPort; // of each text that was seen
 
 static uint32_t Note(uint32_t, BP_StructMsg *pstMsg, uint32_t) {
-    uint8_t *pucText = nullptr;
-    uint32_t ulLen = 0;
-    BP_DecodeStructMsgData(pstMsg, &pucText, &ulLen);
     const std::lock_guard<std::mutex> stGuard(g_stSeenLock);
-    g_aszSeen.emplace_back(reinterpret_cast<char *>(pucText), ulLen);
+    g_aszSeen.push_back(TextOf(*pstMsg));
     g_ausPeerPort[g_aszSeen.back()] = ntohs(BP_MsgHdrOf(pstMsg->pstSlabBuf)->usPeerPort);
     return BP_OK;
 }
@@ -34,17 +26,16 @@ static uint16_t PeerPortOf(const std::string &szText) {
     return g_ausPeerPort.count(szText) != 0 ? g_ausPeerPort[szText] : 0;
 }
 
-class Transport : public testing::Test {
+class Transport : public OnBus {
 protected:
     void SetUp() override {
-        ASSERT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
-        ASSERT_EQ(BP_RegistModule("MW_CTRL", 1, nullptr), BP_OK);
+        OnBus::SetUp();
         ASSERT_EQ(BP_RegistMsgProc(MW_CTRL, BP_PROC_TABLE_NORMAL, 0, Note, 0), BP_OK);
         pstRing_ = &BP_GetProcInfo()->stRecvRing;
     }
     void TearDown() override {
         EXPECT_EQ(pstRing_->ulUsedLen + pstRing_->ulFreeLen, pstRing_->ulMaxSize);
-        EXPECT_TRUE(AllSlabsRefill());
+        OnBus::TearDown();
     }
     void Arrive(const std::vector<std::string> &aszDatagram) {
         for (const std::string &szDatagram : aszDatagram) {
@@ -76,7 +67,6 @@ protected:
         }
         return testing::AssertionFailure() << g_aszSeen.size() << " messages of " << aszText.size();
     }
-    static size_t Logged(const std::string &szLine) { return CountOf(ReadFile(g_szLog), szLine); }
     BusSocket stPeer_;
     BP_RecvRing *pstRing_ = nullptr;
 };
@@ -301,8 +291,6 @@ TEST_F(Transport, EmptySocket_IsAFailureOnlyWhenNothingWasRead) {
 
 TEST_F(Transport, BrokenRingPosition_IsReportedAndHealed) {
     uint32_t ulResult = 0;
-    EXPECT_EQ(BP_TransMsgToModule(nullptr), BP_ERR_PARAM);
-    BP_GetNextMsgHdr(nullptr);
     pstRing_->ulRdPos = 9000;
     EXPECT_EQ(BP_TransMsgToModule(&ulResult), BP_ERR_FAIL);
     EXPECT_EQ(Logged("[BP_TransMsgToModule]ulRdPos 9000 >= ulMaxSize 8192"), 1U);
@@ -334,7 +322,7 @@ TEST_F(Transport, BurstsFromManySenders_AreDeliveredInOrder) {
         }
     });
     const size_t ulQueued = ulSenders * ulEach - DropsAt(PORT_MWARE);
-    ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK);
+    StartMainThread();
     EXPECT_GE(ulQueued, 200U);
     ASSERT_TRUE(WaitFor([&] {
         const std::lock_guard<std::mutex> stGuard(g_stSeenLock);
@@ -409,11 +397,4 @@ TEST(Foreigner, DatagramsFromOutside_NeitherReachTheRingNorCostAnything) {
     for (const std::string &szSeen : pfnSeen()) {
         EXPECT_EQ(szSeen, szText);
     }
-}
-
-TEST_F(Transport, SetSocketProperty_WithoutSocket) {
-    EXPECT_EQ(BP_SetSocketProperty(-1, BP_SOCK_TYPE_DGRAM), BP_ERR_PARAM);
-    EXPECT_EQ(BP_SetSocketProperty(0x7FFFFFFF, BP_SOCK_TYPE_DGRAM), BP_ERR_FAIL);
-    EXPECT_EQ(Logged("[BP_SetSocketProperty]lSocket = -1 is invalid!"), 1U);
-    EXPECT_EQ(Logged("[BP_SetSocketProperty]ioctl socket failed"), 1U);
 }

@@ -7,13 +7,8 @@
 #include <thread>
 #include <unistd.h>
 
-#include "bp/bp.h"
-#include "tests/support/bus_peer.h"
-#include "tests/support/files.h"
+#include "tests/support/on_bus.h"
 #include "tests/support/threads.h"
-
-static constexpr uint32_t MW_CTRL = 0x90000001;
-static constexpr uint32_t MW_PTZ = 0x90000003;
 
 // Threads of a sanitizer's own take no signals.
 #if defined(__SANITIZE_THREAD__)
@@ -82,9 +77,7 @@ static uint32_t OnAsk(uint32_t, BP_StructMsg *pstMsg, uint32_t) {
 
 static std::atomic<uint32_t> g_ulAnswered;
 static uint32_t AskPtz(uint32_t, BP_StructMsg *, uint32_t) {
-    char *pcAnswer = nullptr;
-    g_ulAnswered += BP_SendCmdMsg("x", MW_PTZ, 2, 10, &pcAnswer) == BP_OK;
-    free(pcAnswer);
+    g_ulAnswered += Ask(MW_PTZ, "x", 10, 2) == "answer";
     return BP_OK;
 }
 
@@ -116,10 +109,7 @@ TEST(Interrupts, EverythingArrivesOnce) {
             ASSERT_TRUE(WaitFor([=] { return g_ulSeen + g_ulAnswered + 60 > 3 * i; })); // there are 246 buffers
         }
         for (int i = 0; i < 5; i++) {
-            char *pcAnswer = nullptr;
-            EXPECT_EQ(BP_SendCmdMsg("x", BP_MODULE_ID_IWARE_CMD, 31060, 10, &pcAnswer), BP_OK);
-            EXPECT_STREQ(pcAnswer, "answer");
-            free(pcAnswer);
+            EXPECT_EQ(Ask(BP_MODULE_ID_IWARE_CMD, "x", 10), "answer");
         }
         EXPECT_TRUE(WaitFor([] { return g_ulAnswered == ulTimes / 10 && g_ulFired > 5; }));
     }

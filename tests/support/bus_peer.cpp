@@ -145,6 +145,14 @@ void ScriptedTarget::SendLate(const std::string &szBytes, BusSocket *pstElsewher
     (pstElsewhere != nullptr ? *pstElsewhere : stSocket_).SendTo(stFrom_, szBytes);
 }
 
+std::string Ask(uint32_t ulModuleID, const std::string &szText, uint32_t ulTimeout, uint32_t ulMsgCode) {
+    char *pcAnswer = nullptr;
+    const uint32_t ulRet = BP_SendCmdMsg(szText.c_str(), ulModuleID, ulMsgCode, ulTimeout, &pcAnswer);
+    const std::string szAnswer = ulRet == BP_OK ? pcAnswer : "error " + std::to_string(ulRet);
+    free(pcAnswer);
+    return szAnswer;
+}
+
 ScriptedTarget::Script AnswerAll(const std::string &szText) {
     return [szText](const WireMsg &stReq) { return std::vector<std::string>{Bytes(MakeAck(stReq, szText))}; };
 }

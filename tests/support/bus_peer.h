@@ -69,6 +69,9 @@ private:
 // A script that answers every request with the text, properly.
 ScriptedTarget::Script AnswerAll(const std::string &szText);
 
+// The answer to the text as a command for the module, or "error " and the result.
+std::string Ask(uint32_t ulModuleID, const std::string &szText, uint32_t ulTimeout, uint32_t ulMsgCode = 31060);
+
 // Every class of this process has all its buffers; says which has not.
 testing::AssertionResult AllSlabsFull();
 // The same, once the threads that still hold some have given them back.
