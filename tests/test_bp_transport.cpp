@@ -71,37 +71,63 @@ protected:
     BP_RecvRing *pstRing_ = nullptr;
 };
 
-// Datagrams as they arrive, what is delivered, and what is left in the ring.
+// Datagrams as they arrive, what is delivered, and what is left in the ring; if there is more to come, the main
+// thread was idle for longer than a message may wait before it came.
 TEST_F(Transport, CutsDatagramsIntoMessages) {
-    const std::string szLong(3000, 'l');
+    const std::string szLong(5000, 'l');
+    const std::string szFull(8192 - 40, 'f'); // leaves no room beside it
+    std::string szNested;
+    for (int i = 0; i < 200; i++) {
+        szNested += MsgOfLength(8192, "");
+    }
+    WireMsg stAlmost = MakeMsg(MW_CTRL, 1, "x");
+    stAlmost.stHdr.aucPrefix[3] = 0xDF;
     const struct {
         const char *pcName;
-        std::vector<std::string> aszDatagram;
-        std::vector<std::string> aszDelivered;
-        uint32_t ulLeft;
+        std::vector<std::string> aszDatagram, aszDelivered;
+        uint32_t ulLeft = 0;
+        std::vector<std::string> aszLater = {};
     } astCase[] = {
-        {"one", {Msg("a")}, {"a"}, 0},
-        {"empty payload", {Msg("")}, {""}, 0},
-        {"empty datagram", {"", Msg("a")}, {"a"}, 0},
-        {"two in one", {Msg("a") + Msg("b")}, {"a", "b"}, 0},
-        {"together in the socket", {Msg("a"), Msg("b"), Msg("c")}, {"a", "b", "c"}, 0},
-        {"header in pieces", {Msg("abc").substr(0, 17), Msg("abc").substr(17)}, {"abc"}, 0},
-        {"payload in pieces", {Msg("abc").substr(0, 41), Msg("abc").substr(41) + Msg("d")}, {"abc", "d"}, 0},
-        {"unknown destination", {Msg("x", 0x90000003) + Msg("a")}, {"a"}, 0},
-        {"garbage in front", {std::string(50, 'g') + Msg("a")}, {"a"}, 0},
-        {"false starts", {std::string("\x35\x23\x12\x35\x35\x23", 6) + Msg("a")}, {"a"}, 0},
-        {"too short, then good", {MsgOfLength(39, "") + Msg("a")}, {"a"}, 0},
-        {"length zero", {MsgOfLength(0, "zero") + Msg("a")}, {"a"}, 0},
-        {"never fits", {MsgOfLength(8193, "x") + Msg("a")}, {"a"}, 0},
-        {"longest", {MsgOfLength(65535, "x") + Msg("a")}, {"a"}, 0},
-        {"fills the ring", {Msg(std::string(8192 - 40, 'f')), Msg("a")}, {std::string(8192 - 40, 'f'), "a"}, 0},
+        {"empty payload", {Msg("")}, {""}},
+        {"empty datagram", {"", Msg("a")}, {"a"}},
+        {"two in one", {Msg("a") + Msg("b")}, {"a", "b"}},
+        {"together in the socket", {Msg("a"), Msg("b"), Msg("c")}, {"a", "b", "c"}},
+        {"header in pieces", {Msg("abc").substr(0, 17), Msg("abc").substr(17)}, {"abc"}},
+        {"payload in pieces", {Msg("abc").substr(0, 41), Msg("abc").substr(41) + Msg("d")}, {"abc", "d"}},
+        {"unknown destination", {Msg("x", NOBODY) + Msg("a")}, {"a"}},
+        {"garbage in front", {std::string(50, 'g') + Msg("a")}, {"a"}},
+        {"false starts", {std::string("\x35\x23\x12\x35\x35\x23", 6) + Msg("a")}, {"a"}},
+        {"almost the prefix", {Bytes(stAlmost) + Msg("a")}, {"a"}},
+        {"too short, then good", {MsgOfLength(39, "") + Msg("a")}, {"a"}},
+        {"length zero", {MsgOfLength(0, "zero") + Msg("a")}, {"a"}},
+        {"never fits", {MsgOfLength(8193, "x") + Msg("a")}, {"a"}},
+        {"longest", {MsgOfLength(65535, "x") + Msg("a")}, {"a"}},
+        {"fills the ring", {Msg(szFull), Msg("a")}, {szFull, "a"}},
         {"wraps",
          {Msg(szLong) + Msg(szLong).substr(0, 100), Msg(szLong).substr(100) + Msg(szLong).substr(0, 9),
           Msg(szLong).substr(9)},
-         {szLong, szLong, szLong},
-         0},
+         {szLong, szLong, szLong}},
         {"short garbage waits", {std::string(39, 'g')}, {}, 39},
         {"long garbage goes", {std::string(100, 'g')}, {}, 3},
+        {"larger than the ring",
+         {Msg("abc").substr(0, 41), std::string(9000, 'x'), Msg("abc").substr(41)},
+         {"abc"}},
+        {"one byte gives way", {"x", Msg(szFull), Msg("a")}, {szFull, "a"}},
+        {"three bytes give way", {"xyz", Msg(szFull), Msg("a")}, {szFull, "a"}},
+        {"much garbage gives way", {std::string(5000, 'g'), Msg(szFull), Msg("a")}, {szFull, "a"}},
+        {"a header gives way", {MsgOfLength(8192, ""), Msg(szFull), Msg("a")}, {szFull, "a"}},
+        {"52 bytes missing", {MsgOfLength(8192, std::string(8100, 's')), Msg(szFull), Msg("a")}, {szFull, "a"}},
+        {"headers in headers", {szNested, Msg(szFull), Msg("a")}, {szFull, "a"}},
+        {"swallowed, but not for ever",
+         {MsgOfLength(8192, ""), Msg("a"), Msg("b")},
+         {"a", "b", "c"},
+         0,
+         {Msg("c")}},
+        {"only just begun",
+         {MsgOfLength(300, ""), Msg("half").substr(0, 43)},
+         {"half"},
+         0,
+         {Msg("half").substr(43)}},
     };
     for (const auto &stCase : astCase) {
         SCOPED_TRACE(stCase.pcName);
@@ -113,32 +139,40 @@ TEST_F(Transport, CutsDatagramsIntoMessages) {
         }();
         g_aszSeen.clear();
         Arrive(stCase.aszDatagram);
+        if (!stCase.aszLater.empty()) {
+            BP_ResumeReceive();
+            EXPECT_TRUE(Delivered({})); // not yet
+            pstRing_->lHeldSinceMs -= BP_RECV_HOLD_MS + 1;
+            BP_ResumeReceive();
+            Arrive(stCase.aszLater);
+        }
         EXPECT_TRUE(Delivered(stCase.aszDelivered));
         EXPECT_EQ(pstRing_->ulUsedLen, stCase.ulLeft);
+        EXPECT_TRUE(stCase.ulLeft != 0 || (pstRing_->ulWrPos == 0 && pstRing_->lHeldSinceMs == 0));
     }
-    EXPECT_EQ(Logged("[E(1)][bp_module-"), Logged("[BP_TransMsgToModule]"));
+    EXPECT_GE(Logged("[E(1)][bp_module-"), Logged("[BP_TransMsgToModule]") + 1);
     EXPECT_GE(Logged("Prefix err:0x67 0x67 0x67 0x67 != 0x35 0x23 0x12 0xde"), 2U);
+    EXPECT_EQ(Logged("[BP_TransMsgToModule]Prefix err:0x35 0x23 0x12 0xdf != 0x35 0x23 0x12 0xde"), 1U);
     EXPECT_EQ(Logged("[BP_TransMsgToModule]ulMsgLen 39 <= 40"), 1U);
     EXPECT_EQ(Logged("[BP_TransMsgToModule]ulMsgLen 8193 > 8192"), 1U);
+    EXPECT_EQ(Logged("read from socket fail"), 1U);
+    EXPECT_EQ(Logged("[BP_GetAndDispatchMsg]read from socket fail errcode:90(Message too long)."), 1U);
+    EXPECT_GE(Logged("[BP_GiveUpHead]give up incomplete msg, 3 bytes are there."), 1U);
 }
 
-TEST_F(Transport, AlmostThePrefix_IsReportedAsFound) {
-    WireMsg stMsg = MakeMsg(MW_CTRL, 1, "x");
-    stMsg.stHdr.aucPrefix[3] = 0xDF;
-    Arrive({Bytes(stMsg)});
-    EXPECT_EQ(Logged("[BP_TransMsgToModule]Prefix err:0x35 0x23 0x12 0xdf != 0x35 0x23 0x12 0xde"), 1U);
+// A main thread that was busy for long finds the rest in the socket, in an event or a pass.
+TEST_F(Transport, LateRest_CompletesItsMessage) {
+    for (const bool bEvent : {false, true}) {
+        g_aszSeen.clear();
+        Arrive({Msg("late").substr(0, 42)});
+        pstRing_->lHeldSinceMs -= BP_RECV_HOLD_MS + 1;
+        stPeer_.SendTo(PORT_MWARE, Msg("late").substr(42));
+        bEvent ? Dispatch() : BP_ResumeReceive();
+        EXPECT_TRUE(Delivered({"late"})) << bEvent;
+    }
 }
 
-TEST_F(Transport, RingReturnsToItsStart_WhenADeliveryEmptiesIt) {
-    Arrive({Msg("abc").substr(0, 10)});
-    EXPECT_EQ(pstRing_->ulWrPos, 10U);
-    Arrive({Msg("abc").substr(10)});
-    EXPECT_EQ(pstRing_->ulWrPos, 0U);
-    EXPECT_EQ(pstRing_->ulRdPos, 0U);
-    EXPECT_TRUE(Delivered({"abc"}));
-}
-
-TEST_F(Transport, AnswersAndRequestsGoToTheirQueues_WithTheSendersAddress) {
+TEST_F(Transport, AnswersGoToTheirQueue_WithTheSendersAddress) {
     BP_ModuleInfo *pstCmd = BP_GetModuleByID(BP_MODULE_ID_MWARE_CMD);
     WireMsg stAck = MakeMsg(BP_MODULE_ID_MWARE_CMD, 9, "answer");
     stAck.stHdr.ulMsgType = BP_MSG_TYPE_ACK;
@@ -156,68 +190,6 @@ TEST_F(Transport, AnswersAndRequestsGoToTheirQueues_WithTheSendersAddress) {
     BP_SlabFreeBuf(pstBuf);
     BP_WithdrawAckWait(pstCmd, &stWait);
     EXPECT_EQ(BP_QueueLength(&pstCmd->stAckQueue), 0U); // the second one has gone with the wait
-}
-
-TEST_F(Transport, DatagramTooLargeForTheRing_IsRefusedWholeAndCostsNothingElse) {
-    Arrive({Msg("abc").substr(0, 41), std::string(9000, 'x'), Msg("abc").substr(41)});
-    EXPECT_TRUE(Delivered({"abc"}));
-    EXPECT_EQ(Logged("[BP_GetAndDispatchMsg]read from socket fail errcode:90(Message too long)."), 1U);
-}
-
-// What is in the ring and what comes next, up to the ring's size, always gets through.
-TEST_F(Transport, BeginningThatIsNeverContinued_GivesWay) {
-    const std::string szFull(8192 - 40, 'f');
-    std::string szNested;
-    for (int i = 0; i < 200; i++) {
-        szNested += MsgOfLength(8192, "");
-    }
-    const struct {
-        const char *pcName;
-        std::string szStuck;
-    } astCase[] = {
-        {"one byte", "x"},
-        {"three bytes", "xyz"},
-        {"much garbage", std::string(5000, 'g')},
-        {"a header", MsgOfLength(8192, "")},
-        {"52 bytes missing", MsgOfLength(8192, std::string(8100, 's'))},
-        {"headers in headers", szNested},
-    };
-    for (const auto &stCase : astCase) {
-        SCOPED_TRACE(stCase.pcName);
-        g_aszSeen.clear();
-        Arrive({stCase.szStuck, Msg(szFull), Msg("a")});
-        EXPECT_TRUE(Delivered({szFull, "a"}));
-        EXPECT_EQ(pstRing_->ulUsedLen, 0U);
-    }
-    EXPECT_EQ(Logged("read from socket fail"), 0U);
-    EXPECT_GE(Logged("[BP_GiveUpHead]give up incomplete msg, 3 bytes are there."), 1U);
-}
-
-TEST_F(Transport, MessageThatWaitsTooLongForItsRest_IsGivenUp) {
-    Arrive({MsgOfLength(8192, ""), Msg("swallowed"), Msg("too")});
-    EXPECT_TRUE(Delivered({}));
-    BP_ResumeReceive();
-    EXPECT_TRUE(Delivered({})); // not yet
-    pstRing_->lHeldSinceMs -= BP_RECV_HOLD_MS + 1;
-    BP_ResumeReceive();
-    EXPECT_TRUE(Delivered({"swallowed", "too"}));
-    EXPECT_EQ(pstRing_->lHeldSinceMs, 0);
-
-    Arrive({MsgOfLength(300, ""), Msg("half of it").substr(0, 45)});
-    pstRing_->lHeldSinceMs -= BP_RECV_HOLD_MS + 1;
-    BP_ResumeReceive(); // the second one has only just begun
-    Arrive({Msg("half of it").substr(45)});
-    EXPECT_TRUE(Delivered({"swallowed", "too", "half of it"}));
-
-    // A main thread that was busy for long finds the rest in the socket, in an event or a pass.
-    for (const bool bEvent : {false, true}) {
-        g_aszSeen.clear();
-        Arrive({Msg("late").substr(0, 42)});
-        pstRing_->lHeldSinceMs -= BP_RECV_HOLD_MS + 1;
-        stPeer_.SendTo(PORT_MWARE, Msg("late").substr(42));
-        bEvent ? Dispatch() : BP_ResumeReceive();
-        EXPECT_TRUE(Delivered({"late"})) << bEvent;
-    }
 }
 
 // Each of those who were held up is answered where he is. The ring knows 32 changes of sender, so of the forty
