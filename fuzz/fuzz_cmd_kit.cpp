@@ -7,7 +7,7 @@
 #include "bp/bp_sendmsg/socket_send.h"
 #include "fuzz/fuzz_support.h"
 
-static FuzzBus g_stBus;
+static BusSocket *g_pstPeer;
 static std::string g_szRequest; // what was asked last
 
 static uint32_t OnCmd(const BP_CmdArgs *pstArgs, BP_CmdAnswer *pstAnswer, uint32_t) {
@@ -37,7 +37,7 @@ static const BP_CmdDef g_astCmd[] = {
 };
 
 void FuzzStart() {
-    g_stBus = FuzzStartBus();
+    g_pstPeer = FuzzStartMware();
     FuzzExpect(BP_StartCmd() == BP_OK, "the kit starts");
     for (const BP_CmdDef &stCmd : g_astCmd) {
         FuzzExpect(BP_RegistCmd(&stCmd) == BP_OK, "a command is registered");
@@ -56,35 +56,32 @@ static void Quieten() {
 // The answer, when one is due: the kit answers every request that it knows, once.
 static void Ask(uint32_t ulMsgCode, const std::string &szText) {
     g_szRequest = szText;
-    g_stBus.Send(FuzzMsg(BP_GetProcInfo()->ulCmdModuleID, ulMsgCode, szText));
+    g_pstPeer->SendTo(PORT_MWARE, Bytes(MakeMsg(BP_GetProcInfo()->ulCmdModuleID, ulMsgCode, szText)));
     FuzzExpect(BP_GetAndDispatchMsg() == BP_OK, "the request is read");
     const bool bKnown = (ulMsgCode >= BP_CMD_GET_LEVEL && ulMsgCode <= BP_CMD_RUN && ulMsgCode != 31057) ||
                         ulMsgCode == BP_CMD_GET_TREE || ulMsgCode == BP_CMD_GET_MODULES;
     std::string szAnswer;
     if (bKnown) {
-        FuzzWait(
-            [&] {
-                BP_MsgSocketSendProc();
-                szAnswer = g_stBus.Receive();
-                return !szAnswer.empty();
-            },
-            "the request is answered");
-        BP_MsgHdr stHdr;
-        FuzzExpect(szAnswer.size() >= sizeof(stHdr), "the answer has a header");
-        memcpy(&stHdr, szAnswer.data(), sizeof(stHdr));
-        FuzzExpect(szAnswer.size() <= sizeof(stHdr) + BP_ACK_TEXT_MAX, "the answer fits the console's ring");
+        const auto pfnComes = [&] {
+            BP_MsgSocketSendProc();
+            szAnswer = g_pstPeer->Receive(0);
+            return !szAnswer.empty();
+        };
+        FuzzExpect(WaitFor(pfnComes, 5), "the request is answered");
+        FuzzExpect(szAnswer.size() >= BP_MSG_HDR_LEN, "the answer has a header");
+        FuzzExpect(szAnswer.size() <= BP_MSG_HDR_LEN + BP_ACK_TEXT_MAX, "the answer fits the console's ring");
+        const BP_MsgHdr stHdr = Parse(szAnswer).stHdr;
         FuzzExpect(stHdr.usMsgLen == szAnswer.size() && stHdr.ulMsgType == BP_MSG_TYPE_ACK &&
                        stHdr.ulMsgCode == ulMsgCode,
                    "the header is an answer's");
     }
     FuzzCheckSlabsFull();
     BP_MsgSocketSendProc();
-    FuzzExpect(g_stBus.Receive().empty(), "nothing else is sent");
+    FuzzExpect(g_pstPeer->Receive(0).empty(), "nothing else is sent");
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
-    for (const std::string &szRequest :
-         FuzzSplit({reinterpret_cast<const char *>(pucData), ulSize}, '\0', 16)) {
+    for (const std::string &szRequest : FuzzSplit(FuzzText(pucData, ulSize), '\0', 16)) {
         if (!szRequest.empty() && szRequest.size() < 8000) {
             Ask(BP_CMD_GET_TREE + static_cast<uint8_t>(szRequest[0] - '0') % 16, szRequest.substr(1));
         }

@@ -53,11 +53,6 @@ extern "C" uint32_t __wrap__Z13BP_SendCmdMsgPKcjjjPPc(const char *pcText, uint32
     return BP_OK;
 }
 
-static void Load(uint32_t ulMsgCode, const std::string &szAnswer) {
-    g_szAnswer = szAnswer;
-    CLI_ExecuteCmd(ulMsgCode, "");
-}
-
 // As the prompt does: a line that asks for help is gone on with, any other is done with.
 static void Type(const std::string &szLine) {
     const size_t ulUsed = strlen(g_szLineBuf);
@@ -70,24 +65,24 @@ static void Type(const std::string &szLine) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
-    const std::vector<std::string> aszText =
-        FuzzSplit({reinterpret_cast<const char *>(pucData), ulSize}, '\0', 3);
-    Load(BP_CMD_GET_TREE, aszText[0]);
-    Load(BP_CMD_GET_MODULES, aszText.size() > 1 ? aszText[1] : "");
+    std::vector<std::string> aszText = FuzzSplit(FuzzText(pucData, ulSize), '\0', 3);
+    const bool bLines = aszText.size() > 2;
+    aszText.resize(3);
+    g_szAnswer = aszText[0];
+    CLI_ExecuteCmd(BP_CMD_GET_TREE, "");
+    g_szAnswer = aszText[1];
+    CLI_ExecuteCmd(BP_CMD_GET_MODULES, "");
     for (const auto &szName : g_szModule) {
         FuzzExpect(strnlen(szName, sizeof(szName)) < sizeof(szName), "a module's name has its end");
     }
     g_szAnswer = "an answer";
     g_szLineBuf[0] = '\0';
-    if (aszText.size() > 2) {
-        for (const std::string &szLine : FuzzSplit(aszText[2], '\n', FUZZ_LINES)) {
-            Type(szLine);
-        }
+    for (const std::string &szLine : FuzzSplit(aszText[2], '\n', bLines ? FUZZ_LINES : 0)) {
+        Type(szLine);
     }
     CLI_FreeTree(g_pCmdTempletRoot);
     CLI_FreeTree(g_pCmdNodeRoot);
-    g_pCmdTempletRoot = nullptr;
-    g_pCmdNodeRoot = nullptr;
+    g_pCmdTempletRoot = g_pCmdNodeRoot = nullptr;
     memset(g_szModule, 0, sizeof(g_szModule)); // the console merges lists, but an input must be repeatable
     return 0;
 }

@@ -1,9 +1,11 @@
 // Bytes of the terminal up to its end, through a pipe in the place of standard input.
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <poll.h>
+#include <string_view>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -12,13 +14,12 @@
 #include "fuzz/fuzz_support.h"
 
 static constexpr size_t FUZZ_KEYS = 60000; // what a pipe takes without a reader
-static constexpr uint8_t FUZZ_EVENT = 0xFF;
+static constexpr char FUZZ_EVENT = '\xFF';
 enum : uint8_t { FUZZ_LATE, FUZZ_INTERRUPTED, FUZZ_EVENT_NUM };
 
 // What is typed: bytes, and between them a pause that is longer than the wait for the rest of a sequence, or a
 // signal. Both are FUZZ_EVENT and their number.
-static const uint8_t *g_pucKeys;
-static size_t g_ulKeys;
+static std::string_view g_szKeys;
 static int g_lTyping = -1; // the pipe's other end
 
 void FuzzStart() {
@@ -32,25 +33,20 @@ static bool IsPending() {
 
 // The event that is next, FUZZ_EVENT_NUM when it is a key or the end.
 static uint8_t Event() {
-    return g_ulKeys >= 2 && g_pucKeys[0] == FUZZ_EVENT && g_pucKeys[1] < FUZZ_EVENT_NUM ? g_pucKeys[1]
-                                                                                        : FUZZ_EVENT_NUM;
-}
-
-static void Skip(size_t ulNum) {
-    g_pucKeys += ulNum;
-    g_ulKeys -= ulNum;
+    const bool bEvent = g_szKeys.size() >= 2 && g_szKeys[0] == FUZZ_EVENT && g_szKeys[1] >= 0;
+    return bEvent && g_szKeys[1] < FUZZ_EVENT_NUM ? static_cast<uint8_t>(g_szKeys[1]) : FUZZ_EVENT_NUM;
 }
 
 // Types up to the next event, or leaves the terminal.
 static void TypeOn() {
-    const uint8_t *pucStart = g_pucKeys;
-    while (g_ulKeys != 0 && Event() == FUZZ_EVENT_NUM) {
-        Skip(1);
+    std::string szTyped;
+    for (; !g_szKeys.empty() && Event() == FUZZ_EVENT_NUM; g_szKeys.remove_prefix(1)) {
+        szTyped += g_szKeys[0];
     }
-    const size_t ulNum = static_cast<size_t>(g_pucKeys - pucStart);
-    if (ulNum != 0) {
-        FuzzExpect(write(g_lTyping, pucStart, ulNum) == static_cast<ssize_t>(ulNum), "keys are typed");
-    } else if (g_ulKeys == 0 && g_lTyping != -1) {
+    if (!szTyped.empty()) {
+        FuzzExpect(write(g_lTyping, szTyped.data(), szTyped.size()) == static_cast<ssize_t>(szTyped.size()),
+                   "keys are typed");
+    } else if (g_szKeys.empty() && g_lTyping != -1) {
         close(g_lTyping);
         g_lTyping = -1;
     }
@@ -60,9 +56,7 @@ static void TypeOn() {
 extern "C" int poll(struct pollfd *pstPoll, nfds_t, int lTimeoutMs) {
     while (!IsPending() && g_lTyping != -1) {
         const uint8_t ucEvent = Event();
-        if (ucEvent != FUZZ_EVENT_NUM) {
-            Skip(2);
-        }
+        g_szKeys.remove_prefix(ucEvent != FUZZ_EVENT_NUM ? 2 : 0);
         if (ucEvent == FUZZ_INTERRUPTED) {
             errno = EINTR;
             return -1;
@@ -76,16 +70,6 @@ extern "C" int poll(struct pollfd *pstPoll, nfds_t, int lTimeoutMs) {
     return 1;
 }
 
-static void SitDown(const uint8_t *pucKeys, size_t ulNum) {
-    int alPipe[2];
-    FuzzExpect(pipe(alPipe) == 0 && dup2(alPipe[0], STDIN_FILENO) == STDIN_FILENO, "a terminal is there");
-    close(alPipe[0]);
-    g_lTyping = alPipe[1];
-    clearerr(stdin);
-    g_pucKeys = pucKeys;
-    g_ulKeys = ulNum;
-}
-
 static bool AsksForHelp(const char *pcLine) {
     const char cLast = CLI_LastChar(pcLine);
     return cLast == '?' || cLast == '\t';
@@ -95,21 +79,24 @@ static void CheckHistory() {
     FuzzExpect(g_ulHistorySavePosition < CLI_HISTORY_NUM && g_ulHistoryShowPosition < CLI_HISTORY_NUM,
                "positions are in the ring");
     for (uint32_t i = 0; i < CLI_HISTORY_NUM; i++) {
-        const char *pcLine = g_szHistoryCmd[i];
-        const char *pcNext = g_szHistoryCmd[(i + 1) % CLI_HISTORY_NUM];
-        if (pcLine == nullptr) {
-            continue;
-        }
-        FuzzExpect(pcLine[0] != '\0' && !AsksForHelp(pcLine), "the history holds finished lines");
-        FuzzExpect(strlen(pcLine) < CLI_LINE_SIZE, "the history holds whole lines");
-        FuzzExpect(pcNext == nullptr || (i + 1) % CLI_HISTORY_NUM == g_ulHistorySavePosition ||
-                       strcmp(pcLine, pcNext) != 0,
+        const std::string szLine = g_szHistoryCmd[i] != nullptr ? g_szHistoryCmd[i] : "";
+        const uint32_t ulNext = (i + 1) % CLI_HISTORY_NUM;
+        const char *pcNext = ulNext == g_ulHistorySavePosition ? nullptr : g_szHistoryCmd[ulNext];
+        FuzzExpect(g_szHistoryCmd[i] == nullptr || (!szLine.empty() && !AsksForHelp(szLine.c_str())),
+                   "the history holds finished lines");
+        FuzzExpect(szLine.size() < CLI_LINE_SIZE, "the history holds whole lines");
+        FuzzExpect(szLine.empty() || pcNext == nullptr || szLine != pcNext,
                    "the history holds no line twice in a row");
     }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
-    SitDown(pucData, ulSize < FUZZ_KEYS ? ulSize : FUZZ_KEYS);
+    int alPipe[2];
+    FuzzExpect(pipe(alPipe) == 0 && dup2(alPipe[0], STDIN_FILENO) == STDIN_FILENO, "a terminal is there");
+    close(alPipe[0]);
+    clearerr(stdin);
+    g_lTyping = alPipe[1];
+    g_szKeys = std::string_view(reinterpret_cast<const char *>(pucData), std::min(ulSize, FUZZ_KEYS));
     g_szLineBuf[0] = '\0';
     while (IsPending() || g_lTyping != -1) {
         CLI_ReadLine();
@@ -123,7 +110,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
         free(pcLine);
         pcLine = nullptr;
     }
-    g_ulHistorySavePosition = 0;
-    g_ulHistoryShowPosition = 0;
+    g_ulHistorySavePosition = g_ulHistoryShowPosition = 0;
     return 0;
 }

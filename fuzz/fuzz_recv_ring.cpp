@@ -12,7 +12,7 @@
 static constexpr uint32_t FUZZ_PROBE_CODE = 4242;
 static constexpr uint32_t FUZZ_SHORTAGE = 0x8000;
 
-static FuzzBus g_stBus;
+static BusSocket *g_pstPeer;
 static uint32_t g_ulCtrlID;
 static std::vector<BP_SlabBuf *> g_apstHeld;
 // Probes are numbered: the input may hold messages with their code, and those are handled at any time.
@@ -30,7 +30,7 @@ static uint32_t OnProbe(uint32_t, BP_StructMsg *pstMsg, uint32_t) {
 }
 
 void FuzzStart() {
-    g_stBus = FuzzStartBus();
+    g_pstPeer = FuzzStartMware();
     FuzzExpect(BP_RegistModule("MW_CTRL", 1, &g_ulCtrlID) == BP_OK &&
                    BP_RegistMsgProc(g_ulCtrlID, BP_PROC_TABLE_NORMAL, FUZZ_PROBE_CODE, OnProbe, 0) == BP_OK,
                "the receiver registers");
@@ -47,7 +47,7 @@ static void CheckRing() {
         ulSent += stRing.stSources.astSource[(stRing.stSources.ulFirst + i) % BP_RECV_SOURCE_NUM].ulLen;
     }
     FuzzExpect(ulSent == stRing.ulUsedLen, "every byte has a sender");
-    FuzzCheckSlabs();
+    FuzzExpect(SlabFault().empty(), "free and used buffers are all buffers, and the free ones listed");
 }
 
 static void HoldBuffers() {
@@ -59,31 +59,19 @@ static void HoldBuffers() {
     }
 }
 
-static void Prepare(uint32_t ulStart) {
-    BP_RecvRing &stRing = BP_GetProcInfo()->stRecvRing;
-    stRing.ulRdPos = ulStart % stRing.ulMaxSize;
-    stRing.ulWrPos = stRing.ulRdPos;
-    if ((ulStart & FUZZ_SHORTAGE) != 0) {
-        HoldBuffers();
-    }
-}
-
 // What happens while nothing more comes: those who are short get their buffers, and the time for the rest of a
 // message runs out.
 static void BeIdle() {
     FreeAll(g_apstHeld);
     g_apstHeld.clear();
     BP_RecvRing *pstRing = &BP_GetProcInfo()->stRecvRing;
-    FuzzWait(
-        [&] {
-            if (pstRing->lHeldSinceMs != 0) {
-                pstRing->lHeldSinceMs -= 2 * BP_RECV_HOLD_MS;
-            }
-            BP_ResumeReceive();
-            CheckRing();
-            return pstRing->ulUsedLen == 0;
-        },
-        "the ring becomes empty");
+    const auto pfnIsEmpty = [&] {
+        pstRing->lHeldSinceMs -= pstRing->lHeldSinceMs != 0 ? 2 * BP_RECV_HOLD_MS : 0;
+        BP_ResumeReceive();
+        CheckRing();
+        return pstRing->ulUsedLen == 0;
+    };
+    FuzzExpect(WaitFor(pfnIsEmpty, 5), "the ring becomes empty");
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
@@ -91,29 +79,32 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
     if (ulSize < 2) {
         return 0;
     }
-    Prepare(Number());
+    BP_RecvRing &stRing = BP_GetProcInfo()->stRecvRing;
+    stRing.ulRdPos = stRing.ulWrPos = Number() % stRing.ulMaxSize;
+    if ((Number() & FUZZ_SHORTAGE) != 0) {
+        HoldBuffers();
+    }
     pucData += 2;
     ulSize -= 2;
     while (ulSize >= 2) {
         const size_t ulWanted = Number();
         const size_t ulLen = ulWanted < ulSize - 2 ? ulWanted : ulSize - 2;
-        g_stBus.Send(std::string(reinterpret_cast<const char *>(pucData + 2), ulLen));
+        g_pstPeer->SendTo(PORT_MWARE, FuzzText(pucData + 2, ulLen));
         BP_GetAndDispatchMsg();
         CheckRing();
         pucData += 2 + ulLen;
         ulSize -= 2 + ulLen;
     }
     BeIdle();
-    g_stBus.Send(FuzzMsg(g_ulCtrlID, FUZZ_PROBE_CODE, std::to_string(++g_ulSent)));
+    g_pstPeer->SendTo(PORT_MWARE, Bytes(MakeMsg(g_ulCtrlID, FUZZ_PROBE_CODE, std::to_string(++g_ulSent))));
     FuzzExpect(BP_GetAndDispatchMsg() == BP_OK, "a datagram is read");
     CheckRing();
     // What found no buffer is tried again by the idle pass.
-    FuzzWait(
-        [] {
-            BP_ResumeReceive();
-            return g_ulArrived == g_ulSent;
-        },
-        "a good message gets through");
+    const auto pfnArrived = [] {
+        BP_ResumeReceive();
+        return g_ulArrived == g_ulSent;
+    };
+    FuzzExpect(WaitFor(pfnArrived, 5), "a good message gets through");
     FuzzCheckSlabsFull();
     return 0;
 }

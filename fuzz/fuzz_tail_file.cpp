@@ -1,8 +1,5 @@
 // A file whose tail is copied: the first byte says how many lines, the second how often the rest is its
 // content.
-#include <cstdio>
-#include <cstring>
-
 #include "bp/bp_module/dumps.h"
 #include "bp/bp_types.h"
 #include "bp/bp_util/tail_file.h"
@@ -14,15 +11,6 @@ static constexpr size_t FUZZ_BLOCK = 24575;
 static constexpr size_t FUZZ_FILE = 3 * FUZZ_BLOCK;
 
 void FuzzStart() {}
-
-static std::string ReadAll(const char *pcPath) {
-    std::string szText(1 << 17, '\0');
-    FILE *pstFile = fopen(pcPath, "r");
-    FuzzExpect(pstFile != nullptr, "the file is there");
-    szText.resize(fread(szText.data(), 1, szText.size(), pstFile));
-    fclose(pstFile);
-    return szText;
-}
 
 // What stands behind the line feed that makes one more than ulLines, counted from the end.
 static std::string TailOf(const std::string &szText, size_t ulLines) {
@@ -39,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
     if (ulSize < 2) {
         return 0;
     }
-    const std::string szPiece(reinterpret_cast<const char *>(pucData + 2), ulSize - 2);
+    const std::string szPiece = FuzzText(pucData + 2, ulSize - 2);
     std::string szText = szPiece;
     for (uint32_t i = 1; i < pucData[1] && szText.size() < FUZZ_FILE; i++) {
         szText += szPiece;
@@ -47,13 +35,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pucData, size_t ulSize) {
     FuzzExpect(BP_WriteDumpFile(g_szSource, szText.data(), static_cast<uint32_t>(szText.size())) ==
                    (szText.empty() ? BP_ERR_FAIL : BP_OK), // there is no item of no bytes
                "a dump is written");
-    FuzzExpect(ReadAll(g_szSource) == szText, "a dump is written as it is");
+    FuzzExpect(ReadFile(g_szSource) == szText, "a dump is written as it is");
     FuzzExpect(BP_TailFile(g_szSource, g_szCopy, "w", pucData[0]) == BP_OK, "a tail is copied");
     const std::string szBlock =
         ("=====" + std::string(g_szSource) + "=====\n" + TailOf(szText, pucData[0])).substr(0, FUZZ_BLOCK);
     const std::string szWanted = szBlock.substr(0, szBlock.find('\0')); // a text ends there
-    FuzzExpect(ReadAll(g_szCopy) == szWanted, "the tail is the last lines");
+    FuzzExpect(ReadFile(g_szCopy) == szWanted, "the tail is the last lines");
     FuzzExpect(BP_TailFile(g_szSource, g_szCopy, "a", pucData[0]) == BP_OK, "a tail is appended");
-    FuzzExpect(ReadAll(g_szCopy) == szWanted + szWanted, "nothing else is changed");
+    FuzzExpect(ReadFile(g_szCopy) == szWanted + szWanted, "nothing else is changed");
     return 0;
 }

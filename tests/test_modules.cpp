@@ -3,33 +3,13 @@
 
 #include "tests/support/on_bus.h"
 
-// What the handlers saw: code, parameter, payload.
-static std::mutex g_stSeenLock;
-static std::string g_szSeen;
-static BP_Sem g_semBlock(0);
-static BP_Sem g_semEntered(0);
+static BP_Sem g_semBlock(0), g_semEntered(0);
 
-static std::string Seen() {
-    const std::lock_guard<std::mutex> stGuard(g_stSeenLock);
-    return g_szSeen;
+static uint32_t Note(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
+    return See(std::to_string(ulMsgCode) + "-" + std::to_string(ulParam) + ":" + TextOf(*pstMsg));
 }
 
-static uint32_t See(const std::string &szWhat) {
-    const std::lock_guard<std::mutex> stGuard(g_stSeenLock);
-    g_szSeen += szWhat + " ";
-    return BP_OK;
-}
-
-class Module : public OnBus {
-protected:
-    static uint32_t Note(uint32_t ulMsgCode, BP_StructMsg *pstMsg, uint32_t ulParam) {
-        return See(std::to_string(ulMsgCode) + "/" + std::to_string(ulParam) + ":" + TextOf(*pstMsg));
-    }
-    static void Handle(uint32_t ulModuleID, uint32_t ulMsgCode, BP_PfnMsgProc pfnProc, uint32_t ulParam = 0,
-                       uint32_t ulTable = BP_PROC_TABLE_NORMAL) {
-        ASSERT_EQ(BP_RegistMsgProc(ulModuleID, ulTable, ulMsgCode, pfnProc, ulParam), BP_OK);
-    }
-};
+class Module : public OnBus {};
 
 TEST_F(Module, RowWithoutProcess_BecomesTheCallers) {
     BP_GetModuleConfigByName("sdk_update_cmd")->usProcID = 0;
@@ -43,7 +23,7 @@ TEST_F(Module, RegisteredTwice_TheYoungerIsFound) {
     ASSERT_NE(pstYounger, pstCtrl_);
     Handle(MW_CTRL, 5, Note);
     Send(MW_CTRL, 5, "x");
-    EXPECT_TRUE(WaitFor([] { return Seen() == "5/0:x "; }));
+    EXPECT_TRUE(HasSeen("5-0:x/"));
     EXPECT_EQ(BP_Read(pstYounger->ulRecvCnt), 1U);
     EXPECT_EQ(BP_Read(pstCtrl_->ulRecvCnt), 0U);
 }
@@ -59,9 +39,9 @@ TEST_F(Module, ThreadsKnowTheirModule) {
         });
     }
     Send(MW_CTRL, 1, "");
-    ASSERT_TRUE(WaitFor([] { return Seen() == "MW_CTRL=MW_CTRL "; }));
+    ASSERT_TRUE(HasSeen("MW_CTRL=MW_CTRL/"));
     Send(BP_MODULE_ID_MAIN, 1, ""); // served by the main thread's idle pass
-    EXPECT_TRUE(WaitFor([] { return Seen() == "MW_CTRL=MW_CTRL MW_MWARE=MW_MWARE "; }));
+    EXPECT_TRUE(HasSeen("MW_CTRL=MW_CTRL/MW_MWARE=MW_MWARE/"));
     // The command module's thread may only be starting, and whichever thread starts writes the file anew.
     EXPECT_TRUE(WaitFor([] {
         const std::string szThreads = ReadFile("/tmp/ThreadInfo[" + std::to_string(getpid()) + "].log");
@@ -82,7 +62,7 @@ TEST_F(Module, HandlersAreChosenByTypeAndCode) {
     Send(MW_CTRL, 6, "e", BP_MSG_TYPE_INNER); // nobody's: counted and given back
     EXPECT_TRUE(WaitFor([&] { return BP_Read(pstCtrl_->ulRecvCnt) == 5; }));
     EXPECT_TRUE(AllSlabsRefill());
-    EXPECT_EQ(Seen(), "4/1:a 5/2:b 5/4:c 5/2:d ");
+    EXPECT_EQ(Seen(), "4-1:a/5-2:b/5-4:c/5-2:d/");
     EXPECT_EQ(BP_Read(pstCtrl_->ulLastRecvMsg), 6U);
 }
 
@@ -134,13 +114,13 @@ TEST_F(Module, HandlersMayKeepOrForwardTheMessage) {
         if (ulMsgCode == 2) {
             g_semEntered.Wait();
         } else {
-            ASSERT_TRUE(WaitFor([] { return Seen() == "1/0:kept "; }));
+            ASSERT_TRUE(HasSeen("1-0:kept/"));
         }
         BP_SlabMarkTimeout(pstBuf, ulMark);
         EXPECT_EQ(BP_Read(pstBuf->ucFlag) & BP_BUF_TIMEOUT, 0) << ulMsgCode;
     }
     g_semBlock.Post();
-    ASSERT_TRUE(WaitFor([] { return Seen() == "1/0:kept 3/9:forwarded "; }));
+    ASSERT_TRUE(HasSeen("1-0:kept/3-9:forwarded/"));
     EXPECT_EQ(TextOf(g_stKept), "kept");
     BP_EraseMsgData(&g_stKept);
 }
@@ -192,7 +172,7 @@ TEST_F(Module, TimedOutRequest_IsDroppedWithItsAnswer) {
         g_semBlock.Post();
         ASSERT_TRUE(AllSlabsRefill()) << ulMsgCode;
     }
-    EXPECT_EQ(Seen(), "1/0:busy ");
+    EXPECT_EQ(Seen(), "1-0:busy/");
     EXPECT_EQ(Logged("[BP_FreeTimeoutAckMsg]Force free ack slab buf, AssiMsgId:2"), 1U);
 }
 

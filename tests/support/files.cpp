@@ -1,11 +1,12 @@
 #include "tests/support/files.h"
 
+#include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <regex.h>
 #include <sstream>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <thread>
 
 std::string ReadFile(const std::string &szPath) {
@@ -16,19 +17,16 @@ std::string ReadFile(const std::string &szPath) {
 }
 
 void WriteFile(const std::string &szPath, const std::string &szText) {
-    std::ofstream stFile(szPath, std::ios::binary);
-    stFile << szText;
+    std::ofstream(szPath, std::ios::binary) << szText;
 }
 
 bool FileExists(const std::string &szPath) {
-    struct stat stStat;
-    return stat(szPath.c_str(), &stStat) == 0;
+    return std::filesystem::exists(szPath);
 }
 
 size_t CountOf(const std::string &szText, const std::string &szPart) {
     size_t ulNum = 0;
-    for (size_t ulPos = szText.find(szPart); ulPos != std::string::npos;
-         ulPos = szText.find(szPart, ulPos + 1)) {
+    for (size_t ulPos = 0; (ulPos = szText.find(szPart, ulPos)) != std::string::npos; ulPos++) {
         ulNum++;
     }
     return ulNum;
@@ -45,18 +43,19 @@ bool Matches(const std::string &szText, const std::string &szRegex) {
 }
 
 bool MountSmall(const std::string &szDir, size_t ulBytes) {
-    mkdir(szDir.c_str(), 0755);
+    std::filesystem::create_directory(szDir);
     return getenv("KS_TEST_SANDBOX") != nullptr &&
            mount("tmpfs", szDir.c_str(), "tmpfs", 0, ("size=" + std::to_string(ulBytes)).c_str()) == 0;
 }
 
 bool WaitFor(const std::function<bool()> &pfnCondition, int lSeconds) {
     const auto stEnd = std::chrono::steady_clock::now() + std::chrono::seconds(lSeconds);
-    while (!pfnCondition()) {
+    // Short naps at first: what is waited for is mostly there at once.
+    for (long lNapUs = 20; !pfnCondition(); lNapUs = std::min(2 * lNapUs, 2000L)) {
         if (std::chrono::steady_clock::now() > stEnd) {
             return false;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        std::this_thread::sleep_for(std::chrono::microseconds(lNapUs));
     }
     return true;
 }

@@ -1,12 +1,11 @@
-// Files and conditions, as the tests look at them.
+// Files, texts and conditions, as the tests look at them.
 #ifndef TESTS_SUPPORT_FILES_H
 #define TESTS_SUPPORT_FILES_H
 
 #include <functional>
 #include <string>
-#include <vector>
 
-// The whole content; empty when there is no such file.
+// The whole content; empty if there is no such file.
 std::string ReadFile(const std::string &szPath);
 void WriteFile(const std::string &szPath, const std::string &szText);
 bool FileExists(const std::string &szPath);

@@ -3,18 +3,14 @@
 #ifndef TESTS_SUPPORT_SLAB_CHECK_H
 #define TESTS_SUPPORT_SLAB_CHECK_H
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
 struct BP_SlabBuf;
 
-// What is wrong with a class at this moment, empty when nothing is: free and used buffers are all there are,
-// and as many are on its list as count as free.
-std::string SlabFault();
-
-// The same, and each class must have all its buffers.
-std::string SlabsNotFull();
+// What is wrong with a class at this moment, empty if nothing is: free and used buffers are all there are, as
+// many are on its list as count as free and, with bFull, none is used.
+std::string SlabFault(bool bFull = false);
 
 // Every buffer that the calling thread can get for such a request; and whether all could be given back.
 std::vector<BP_SlabBuf *> TakeAll(uint32_t ulSize, uint32_t ulType);

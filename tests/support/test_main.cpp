@@ -8,9 +8,9 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include "tests/support/bus_peer.h"
 #include "tests/support/files.h"
-#include "tests/support/pty_session.h"
+#include "tests/support/on_bus.h"
+#include "tests/support/program.h"
 #include "tests/support/sandbox.h"
 
 // What the programs under test leave in directories that they share with the machine's other programs.

@@ -5,46 +5,36 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <thread>
+#include <future>
 #include <vector>
 
-// So many threads, each given its number; joined when the record goes.
+// So many threads, each given its number; joined once the record goes.
 class Threads {
 public:
     Threads(uint32_t ulNum, const std::function<void(uint32_t)> &pfnRun) {
         for (uint32_t i = 0; i < ulNum; i++) {
-            astThread_.emplace_back(pfnRun, i);
-        }
-    }
-    Threads(const Threads &) = delete;
-    ~Threads() {
-        for (std::thread &stThread : astThread_) {
-            stThread.join();
+            astThread_.push_back(std::async(std::launch::async, pfnRun, i));
         }
     }
 
 private:
-    std::vector<std::thread> astThread_;
+    std::vector<std::future<void>> astThread_; // whose end waits for the threads
 };
 
 // A thread that does the same again and again until the record goes.
 class Repeater {
 public:
     explicit Repeater(const std::function<void()> &pfnRun)
-        : stThread_([this, pfnRun] {
+        : stThread_(1, [this, pfnRun](uint32_t) {
               while (!bStop_) {
                   pfnRun();
               }
           }) {}
-    Repeater(const Repeater &) = delete;
-    ~Repeater() {
-        bStop_ = true;
-        stThread_.join();
-    }
+    ~Repeater() { bStop_ = true; }
 
 private:
     std::atomic<bool> bStop_{false};
-    std::thread stThread_;
+    Threads stThread_;
 };
 
 #endif
