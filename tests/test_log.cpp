@@ -226,35 +226,6 @@ TEST_F(Log, TextIsOnlyText_AndWrittenWhole) {
     EXPECT_FALSE(FileExists("pwned"));
 }
 
-TEST_F(Log, DiskFull_LinesAreWholeOrNotThere) {
-    SMALL_DISK("/var/log", 8192);
-    testing::internal::CaptureStderr();
-    for (int i = 0; i < 200; i++) {
-        Info(std::to_string(i) + std::string(100, 'x'));
-    }
-    const size_t ulWritten = WholeLines();
-    EXPECT_GT(ulWritten, 20U);
-    EXPECT_EQ(CountOf(testing::internal::GetCapturedStderr(),
-                      "[bp_log-903]Write file /var/log/ks00.log failed:No space left on device\n"),
-              200 - ulWritten);
-    mount("tmpfs", "/var/log", "tmpfs", MS_REMOUNT, "size=65536");
-    Info("room again");
-    EXPECT_EQ(WholeLines(), ulWritten + 1);
-}
-
-TEST_F(Log, ReadOnly_SaysSoAndResumes) {
-    SMALL_DISK("/var/log", 65536);
-    mount("tmpfs", "/var/log", "tmpfs", MS_REMOUNT | MS_RDONLY, "");
-    testing::internal::CaptureStderr();
-    Info("lost");
-    EXPECT_EQ(CountOf(testing::internal::GetCapturedStderr(),
-                      "[bp_log-878]Open file /var/log/ks00.log failed:Read-only file system\n"),
-              1U);
-    mount("tmpfs", "/var/log", "tmpfs", MS_REMOUNT, "");
-    Info("kept");
-    EXPECT_EQ(WholeLines(), 1U);
-}
-
 TEST_F(Log, DirectoryRemoved_IsMadeAgain) {
     SMALL_DISK("/var", 65536); // there /var/log is a directory like any other, and missing
     for (int i = 0; i < 3; i++) {
@@ -265,42 +236,11 @@ TEST_F(Log, DirectoryRemoved_IsMadeAgain) {
     }
 }
 
-// Sixteen threads write, while the file under them is removed, moved, replaced and blocked: each line is in one
-// of the files, or its loss has been said.
-TEST_F(Log, FileChangesUnderManyThreads_EveryLineIsWholeOrAccountedFor) {
-    static constexpr int lThreads = 16;
-    static constexpr int lLines = 60; // few enough for one file, so that no backup is lost to the next one
-    testing::internal::CaptureStderr();
-    std::atomic<int> lRunning{lThreads};
-    std::vector<std::string> aszFile = {g_szLog};
-    {
-        const Threads stWriters(lThreads, [&](uint32_t i) {
-            for (int j = 0; j < lLines; j++) {
-                Info(std::to_string(i) + " " + std::to_string(j) + std::string(60, 'y'));
-                usleep(100);
-            }
-            lRunning--;
-        });
-        while (lRunning > 0) {
-            if (aszFile.size() % 2 == 0) {
-                mkdir(g_szLog, 0755);
-            }
-            aszFile.push_back("/var/log/ks_test_aside" + std::to_string(aszFile.size()));
-            rename(g_szLog, aszFile.back().c_str());
-            mkdir(g_szLog, 0755);
-            usleep(300);
-            rmdir(g_szLog);
-            usleep(300);
-        }
-    }
-    const size_t ulFound = WholeLines(aszFile);
-    EXPECT_EQ(ulFound + CountOf(testing::internal::GetCapturedStderr(),
-                                "[bp_log-878]Open file /var/log/ks00.log failed:"),
-              lThreads * lLines);
-    EXPECT_GT(ulFound, 0U);
-    rmdir(g_szLog);
-    Info("after all");
-    EXPECT_EQ(CountOf(ReadFile(g_szLog), "<after all>"), 1U);
+// What threads and processes see alike.
+template <typename Type>
+static Type *Shared() {
+    return static_cast<Type *>(
+        mmap(nullptr, sizeof(Type), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 }
 
 // Four processes, or threads, each given its number.
@@ -322,11 +262,6 @@ public:
         while (wait(nullptr) > 0) {
         }
     }
-    // Whether no process has ended.
-    bool Running() const {
-        siginfo_t stInfo = {};
-        return waitid(P_ALL, 0, &stInfo, WEXITED | WNOHANG | WNOWAIT) == 0 && stInfo.si_pid == 0;
-    }
 
 private:
     std::vector<std::thread> astThread_;
@@ -341,29 +276,39 @@ static void WriteTo(BP_LogFile *pstFile, uint32_t ulLimit, const char *pcFormat,
     va_end(args);
 }
 
-// They write to a disk that is full except for a moment now and then, and their file is moved away.
-TEST_F(Log, DiskFull_SharedFile_LinesAreWholeOrTheirLossIsSaid) {
+class LogOfMany : public Log, public testing::WithParamInterface<bool> {};
+INSTANTIATE_TEST_SUITE_P(ThreadsOrProcesses, LogOfMany, testing::Bool());
+
+// They write to a disk that is full except for a moment now and then, and their file is moved away, and blocked
+// by a directory: each line is in one of the files, or its loss has been said.
+TEST_P(LogOfMany, DiskFullAndFileMoved_LinesAreWholeOrTheirLossIsSaid) {
     static constexpr uint32_t ulLines = 12000;
     SMALL_DISK("/var/log", 2000 * 4096); // room for all and the filler
     testing::internal::CaptureStderr();
     std::vector<std::string> aszFile = {g_szLog};
+    std::atomic<uint32_t> *pulWriting = Shared<std::atomic<uint32_t>>();
+    *pulWriting = 4;
     {
-        const Writers stWriters(true, [](uint32_t i) {
+        const Writers stWriters(GetParam(), [&](uint32_t i) {
             BP_LogFile stFile = {};
             BP_LogInitFile(&stFile, "ks", ".log");
             for (uint32_t j = 0; j < ulLines; j++) {
                 WriteTo(&stFile, INT32_MAX, "<%s>", std::string(50 + (i + j) % 100, 'x').c_str());
             }
+            --*pulWriting;
         });
         const std::string szPage(4096, 'f');
         const int lFiller = open("/var/log/filler", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-        for (uint32_t i = 1; stWriters.Running(); i++) {
+        for (uint32_t i = 1; *pulWriting == 4; i++) {
             while (write(lFiller, szPage.data(), szPage.size()) > 0) {
             }
             ASSERT_EQ(ftruncate(lFiller, lseek(lFiller, 0, SEEK_END) - 4096), 0);
             if (i % 3000 == 0) {
                 aszFile.push_back("/var/log/aside" + std::to_string(aszFile.size()));
                 rename(g_szLog, aszFile.back().c_str());
+                mkdir(g_szLog, 0755);
+                usleep(300);
+                rmdir(g_szLog);
             }
         }
         close(lFiller);
@@ -371,17 +316,17 @@ TEST_F(Log, DiskFull_SharedFile_LinesAreWholeOrTheirLossIsSaid) {
     const size_t ulFound = WholeLines(aszFile);
     const std::string szErr = testing::internal::GetCapturedStderr();
     EXPECT_EQ(ulFound + CountOf(szErr, "[bp_log-903]") + CountOf(szErr, "[bp_log-878]"), 4 * ulLines);
+    EXPECT_GT(ulFound, 0U);
+    unlink("/var/log/filler");
+    Info("after all");
+    EXPECT_EQ(CountOf(ReadFile(g_szLog), "<after all>"), 1U);
 }
-
-class LogOfMany : public Log, public testing::WithParamInterface<bool> {};
-INSTANTIATE_TEST_SUITE_P(ThreadsOrProcesses, LogOfMany, testing::Bool());
 
 // Rounds that all begin together, each too short for two rotations, so that every backup is seen.
 TEST_P(LogOfMany, ThroughRotations_EveryLineIsThereInItsOrder) {
     static constexpr uint32_t ulRounds = 70;
     static constexpr uint32_t ulLines = 240; // of at most 130 bytes
-    auto *pstBarrier = static_cast<pthread_barrier_t *>(
-        mmap(nullptr, sizeof(pthread_barrier_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    auto *pstBarrier = Shared<pthread_barrier_t>();
     pthread_barrierattr_t stShared;
     pthread_barrierattr_init(&stShared);
     pthread_barrierattr_setpshared(&stShared, PTHREAD_PROCESS_SHARED);
