@@ -17,7 +17,7 @@
 
 #include "bp/bp.h"
 #include "tests/support/files.h"
-#include "tests/support/pty_session.h"
+#include "tests/support/program.h"
 #include "tests/support/sandbox.h"
 
 static constexpr int BENCH_STARTS = 21;
@@ -60,7 +60,7 @@ static std::vector<double> StartTimesMs() {
     std::vector<double> adMs;
     for (int i = 0; i < BENCH_STARTS; i++) {
         const int64_t lStart = BP_NowMs();
-        PtySession stKs({KS_PATH});
+        Program stKs({KS_PATH});
         stKs.ReadUntil("<dbg>");
         adMs.push_back(static_cast<double>(BP_NowMs() - lStart));
         stKs.Type("quit\r");
@@ -76,18 +76,17 @@ int main(int argc, char **argv) {
         fprintf(stderr, "usage: bench_processes SECONDS, where private namespaces are permitted\n");
         return 2;
     }
-    Child stMware({KS_MWARE_PATH});
-    stMware.WaitForOutput("ready");
+    const std::unique_ptr<Program> pstMware = StartExample(KS_MWARE_PATH);
     const std::vector<double> adMs = StartTimesMs();
     printf("{\"start_ms\": [%g, %g, %g]", adMs[adMs.size() / 2], adMs.front(), adMs.back());
 
-    PtySession stKs({KS_PATH});
+    Program stKs({KS_PATH});
     stKs.ReadUntil("<dbg>");
     const struct {
         const char *pcName;
         pid_t lPid;
     } astProcess[] = {{"ks", stKs.Pid()},
-                      {"example process", stMware.Pid()},
+                      {"example process", pstMware->Pid()},
                       {"idle process, default pace", StartIdle(0)},
                       {"idle process, prompt pace", StartIdle(1)}};
     sleep(1);
