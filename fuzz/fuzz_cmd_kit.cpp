@@ -53,7 +53,7 @@ static void Quieten() {
     }
 }
 
-// The answer, when one is due: the kit answers every request that it knows, once.
+// The answer, if one is due: the kit answers every request that it knows, once.
 static void Ask(uint32_t ulMsgCode, const std::string &szText) {
     g_szRequest = szText;
     g_pstPeer->SendTo(PORT_MWARE, Bytes(MakeMsg(BP_GetProcInfo()->ulCmdModuleID, ulMsgCode, szText)));

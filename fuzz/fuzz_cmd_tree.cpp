@@ -16,7 +16,7 @@ static std::string g_szAnswer;
 
 void FuzzStart() {}
 
-// From < to >, with the values behind it and nothing else.
+// From < to >, followed by the values and nothing else.
 static bool IsFramed(const std::string &szText, const std::string &szEnd) {
     return szText.size() > szEnd.size() && szText[0] == '<' && (szEnd.size() == 1 || szEnd.back() == ';') &&
            szText.compare(szText.size() - szEnd.size(), std::string::npos, szEnd) == 0;

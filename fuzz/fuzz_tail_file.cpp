@@ -12,7 +12,7 @@ static constexpr size_t FUZZ_FILE = 3 * FUZZ_BLOCK;
 
 void FuzzStart() {}
 
-// What stands behind the line feed that makes one more than ulLines, counted from the end.
+// What follows the line feed that makes one more than ulLines, counted from the end.
 static std::string TailOf(const std::string &szText, size_t ulLines) {
     size_t ulFound = 0;
     for (size_t i = szText.size(); i > 0; i--) {

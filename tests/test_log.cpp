@@ -1,4 +1,4 @@
-// The log and the runtime's other files; also if the disk, or somebody else on the device, does not play along.
+// The log and the runtime's other files; also on a disk that fails, and beside other writers.
 #include <algorithm>
 #include <csignal>
 #include <cstdarg>

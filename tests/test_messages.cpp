@@ -45,7 +45,7 @@ TEST_F(Message, EraseMsgData_LeavesBuffersThatAreNotTheHandles) {
     BP_SlabFreeBuf(pstBuf);
 }
 
-// One that cannot be addressed stops the pass; it is gone, and the next pass goes on behind it.
+// One that cannot be addressed stops the pass; it is gone, and the next pass goes on with the others.
 TEST_F(Message, SendQueue_LeavesInOrder) {
     BusSocket stIware(PORT_IWARE);
     for (const uint16_t usProcID : {102, 999, 102}) {

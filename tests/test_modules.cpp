@@ -42,7 +42,7 @@ TEST_F(Module, ThreadsKnowTheirModule) {
     ASSERT_TRUE(HasSeen("MW_CTRL=MW_CTRL/"));
     Send(BP_MODULE_ID_MAIN, 1, ""); // served by the main thread's idle pass
     EXPECT_TRUE(HasSeen("MW_CTRL=MW_CTRL/MW_MWARE=MW_MWARE/"));
-    // The command module's thread may only be starting, and whichever thread starts writes the file anew.
+    // The command module's thread may only be starting, and each thread that starts rewrites the file.
     EXPECT_TRUE(WaitFor([] {
         const std::string szThreads = ReadFile("/tmp/ThreadInfo[" + std::to_string(getpid()) + "].log");
         return CountOf(szThreads, "MW_MWARE_cmd:") == 1 && CountOf(szThreads, "MW_CTRL:") == 1 &&
@@ -53,13 +53,13 @@ TEST_F(Module, ThreadsKnowTheirModule) {
 TEST_F(Module, HandlersAreChosenByTypeAndCode) {
     Handle(MW_CTRL, 4, Note, 1);
     Handle(MW_CTRL, 0, Note, 2);
-    Handle(MW_CTRL, 5, Note, 3); // behind the one for every code
+    Handle(MW_CTRL, 5, Note, 3); // after the one for every code
     Handle(MW_CTRL, 5, Note, 4, BP_PROC_TABLE_INNER);
     Send(MW_CTRL, 4, "a");
     Send(MW_CTRL, 5, "b");
     Send(MW_CTRL, 5, "c", BP_MSG_TYPE_INNER);
     Send(MW_CTRL, 5, "d", 77);
-    Send(MW_CTRL, 6, "e", BP_MSG_TYPE_INNER); // nobody's: counted and given back
+    Send(MW_CTRL, 6, "e", BP_MSG_TYPE_INNER); // without a handler: counted and given back
     EXPECT_TRUE(WaitFor([&] { return BP_Read(pstCtrl_->ulRecvCnt) == 5; }));
     EXPECT_TRUE(AllSlabsRefill());
     EXPECT_EQ(Seen(), "4-1:a/5-2:b/5-4:c/5-2:d/");
@@ -144,8 +144,8 @@ TEST_F(Module, KeptMessage_IsGivenBackByAnotherThread) {
     }
 }
 
-// A request whose sender stops waiting: not handled when it is still queued, its answer withdrawn when it is
-// being handled, its buffer given back even when the handler has erased the message itself.
+// A request whose sender stops waiting: not handled if it is still queued, its answer withdrawn if it is being
+// handled, its buffer given back even if the handler has erased the message itself.
 TEST_F(Module, TimedOutRequest_IsDroppedWithItsAnswer) {
     ASSERT_EQ(BP_RegistModule("MW_PTZ", 1, nullptr), BP_OK);
     for (const uint32_t ulMsgCode : {1U, 2U, 3U}) {

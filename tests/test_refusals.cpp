@@ -134,7 +134,7 @@ TEST_F(Refusals, Sending) {
     CALL(BP_SendMsgProc(pstCtrl_, &stEmpty_));
     CALL(SendTo(MW_PTZ, pstCtrl_));
     CALL(SendTo(NOBODY, pstCtrl_));
-    CALL(BP_PostMsg(MW_CTRL, 1, nullptr, 0)); // from nobody: there is no main module
+    CALL(BP_PostMsg(MW_CTRL, 1, nullptr, 0)); // without a sender: there is no main module
     CALL(StartMainThread(), 0);
     CALL(SendTo(BP_MODULE_ID_MAIN, BP_GetModuleByID(BP_MODULE_ID_MAIN)));
     CALL(BP_Read(pstCtrl_->ulSendCnt));

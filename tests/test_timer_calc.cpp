@@ -61,7 +61,7 @@ TEST(TimerCalc, CalendarTypes) {
     }
 }
 
-// A device that boots in 1970 and then learns the time: the timer is behind by many periods and goes on all the
+// A device that boots in 1970 and then learns the time: the timer is many periods late and goes on all the
 // same.
 TEST(TimerCalc, ClockSetFarForwards_CalendarTimerStaysActive) {
     SetZone("UTC0");

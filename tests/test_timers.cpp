@@ -107,7 +107,7 @@ TEST_F(Timer, Scan_FiresOnceAPassAndCatchesUp) {
     BP_CheckTimerExpire();
     ASSERT_TRUE(HasFired(1));
     EXPECT_EQ(Seen(), std::to_string(g_ulTimerID) + " com 7 MW_CTRL/");
-    SetClock(1000, 450000); // behind by three
+    SetClock(1000, 450000); // three firings late
     for (size_t i = 2; i <= 6; i++) {
         BP_CheckTimerExpire();
         EXPECT_TRUE(HasFired(std::min<size_t>(i, 4)));
@@ -171,7 +171,7 @@ TEST_P(BusyTimer, DayTimerThatReachesItsEnd_RunsAllNotices) {
 }
 INSTANTIATE_TEST_SUITE_P(Each, BusyTimer, testing::Bool());
 
-// At either pace timers that are behind catch up one firing in 20 ms, or in half their interval if they are
+// At either pace timers that are late catch up one firing in 20 ms, or in half their interval if they are
 // fast, and lose none.
 TEST_F(Timer, BehindByFarOrForLong_FiresNoFasterThanItMay) {
     const struct {

@@ -1,4 +1,4 @@
-// The test program as a process on the bus, and whoever it speaks to.
+// The test program as a process on the bus, and its peers.
 #ifndef TESTS_SUPPORT_ON_BUS_H
 #define TESTS_SUPPORT_ON_BUS_H
 

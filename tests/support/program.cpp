@@ -96,7 +96,7 @@ std::string Program::ReadUntil(const std::string &szText, int lSeconds) {
 
 std::string Program::Command(const std::string &szLine) {
     Type(szLine + "\r");
-    const std::string szText = ReadUntil("\r\n[dbg]", 60);
+    const std::string szText = ReadUntil("\r\n[dbg]");
     return szText.size() < szLine.size() + 7 ? "no prompt: " + szText
                                              : szText.substr(szLine.size(), szText.size() - szLine.size() - 7);
 }

@@ -22,8 +22,9 @@ public:
     Program(const Program &) = delete;
     void Type(const std::string &szKeys) const;
     // Reads on until szText has appeared; returns everything up to its end, or all that came if it does not
-    // appear in time, or the program ends.
-    std::string ReadUntil(const std::string &szText, int lSeconds = 30);
+    // appear in time, or the program ends. On a busy machine each of the thousand steps of a console's limit of
+    // ten seconds may take several times as long.
+    std::string ReadUntil(const std::string &szText, int lSeconds = 100);
     // What has come already, without waiting.
     std::string ReadPresent();
     // Types a line in debug mode and returns what is printed up to the next prompt, the echo taken off.

@@ -1,5 +1,5 @@
 // Private mount and network namespaces with an empty /var/log and /tmp and a loopback of their own, so that the
-// runtime's fixed paths and ports are nobody else's.
+// runtime's fixed paths and ports are no other program's.
 #ifndef TESTS_SUPPORT_SANDBOX_H
 #define TESTS_SUPPORT_SANDBOX_H
 

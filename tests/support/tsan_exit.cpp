@@ -1,4 +1,4 @@
-// ThreadSanitizer takes its locks in front of a fork and gives them back behind it, in handlers that libc
+// ThreadSanitizer takes its locks before a fork and gives them back after it, in handlers that libc
 // forgets when the program ends: a thread that forks at that moment would keep them for ever, and the end waits
 // for them. Here the end lets a fork that is under way finish, and no other begin. Part of every program that
 // is built with it.

@@ -40,7 +40,7 @@ public:
     BusSocket(const BusSocket &) = delete;
     void SendTo(uint16_t usPort, const std::string &szBytes);
     void SendTo(const struct sockaddr_in &stAddr, const std::string &szBytes);
-    // One datagram; empty when none comes within lTimeoutMs.
+    // One datagram; empty if none comes within lTimeoutMs.
     std::string Receive(int lTimeoutMs, struct sockaddr_in *pstFrom = nullptr);
     uint16_t Port() const;
 
