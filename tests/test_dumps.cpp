@@ -198,6 +198,21 @@ TEST_F(Dumps, ManyThreadsRunShort_DumpOnceAndRecover) {
     }
 }
 
+// More than ten free notices are plenty.
+TEST_F(Dumps, TimerLatchOpensWithPlenty) {
+    std::vector<BP_SlabBuf *> apstBuf = TakeAll(4, BP_SLAB_TYPE_TIMER);
+    uint32_t ulFreed = 0;
+    for (const uint32_t ulFree : {10U, 11U}) { // as one is taken
+        for (; ulFreed < ulFree; ulFreed++) {
+            BP_SlabFreeBuf(apstBuf.back());
+            apstBuf.pop_back();
+        }
+        BP_SlabFreeBuf(BP_SlabGetBuf(4, BP_SLAB_TYPE_TIMER));
+        EXPECT_EQ(BP_Read(g_stBPbuffLogMgr.aulLatch[BP_BUF_LOG_TIMER]), ulFree == 10 ? 1U : 0U);
+    }
+    FreeAll(apstBuf);
+}
+
 // The message latch stays shut, also for notices; the timer latch opens once notices are plentiful again.
 TEST_F(Dumps, Latches) {
     const auto pfnDumped = [](uint32_t ulSize, uint32_t ulType) {
