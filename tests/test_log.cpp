@@ -7,7 +7,6 @@
 #include <sstream>
 #include <sys/file.h>
 #include <sys/mman.h>
-#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
