@@ -3,14 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "tests/support/sandbox.h"
 #include "tests/support/slab_check.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***pppcArg) {
-    if (!TestEnterSandbox(*pppcArg) || freopen("/dev/null", "w", stdout) == nullptr) {
-        fprintf(stderr, "fuzzing needs private namespaces\n");
-        exit(1);
-    }
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    FuzzExpect(freopen("/dev/null", "w", stdout) != nullptr, "answers are discarded");
     FuzzStart();
     return 0;
 }

@@ -248,7 +248,7 @@ TEST_F(AsConsole, DatagramsFromOutside_NeitherReachTheRingNorCostAnything) {
     const struct sockaddr_in stForeign = Address(0, "10.99.0.2");
     memcpy(&stAlias.ifr_addr, &stForeign, sizeof(stForeign));
     const int lSocket = BP_GetProcInfo()->lSocket;
-    if (getenv("KS_TEST_SANDBOX") == nullptr || ioctl(lSocket, SIOCSIFADDR, &stAlias) != 0) {
+    if (getenv("KS_SANDBOX") == nullptr || ioctl(lSocket, SIOCSIFADDR, &stAlias) != 0) {
         GTEST_SKIP() << "needs a network namespace of its own";
     }
     ASSERT_EQ(BP_RegistMsgProc(BP_MODULE_ID_MAIN, BP_PROC_TABLE_NORMAL, 0, Note, 0), BP_OK);

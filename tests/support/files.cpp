@@ -44,7 +44,7 @@ bool Matches(const std::string &szText, const std::string &szRegex) {
 
 bool MountSmall(const std::string &szDir, size_t ulBytes) {
     std::filesystem::create_directory(szDir);
-    return getenv("KS_TEST_SANDBOX") != nullptr &&
+    return getenv("KS_SANDBOX") != nullptr &&
            mount("tmpfs", szDir.c_str(), "tmpfs", 0, ("size=" + std::to_string(ulBytes)).c_str()) == 0;
 }
 
