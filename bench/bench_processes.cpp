@@ -15,9 +15,9 @@
 #include <unistd.h>
 #include <vector>
 
+#include "bench/program.h"
 #include "bp/bp.h"
 #include "tests/support/files.h"
-#include "tests/support/program.h"
 
 static constexpr int BENCH_STARTS = 21;
 

@@ -3,8 +3,6 @@
 
 #include "tests/support/fake_clock.h"
 #include "tests/support/on_bus.h"
-#include "tests/support/slab_check.h"
-#include "tests/support/threads.h"
 
 static uint32_t OnCom(uint32_t, uint32_t) {
     return 0;

@@ -4,8 +4,6 @@
 #include <sstream>
 
 #include "tests/support/on_bus.h"
-#include "tests/support/program.h"
-#include "tests/support/slab_check.h"
 
 enum : uint32_t { KIT_SHOW, KIT_FAIL, KIT_MUCH };
 
@@ -161,7 +159,9 @@ TEST_F(Kit, Requests) {
             aszAsked.insert(aszRow[1].substr(9, aszRow[1].find(' ', 9) - 9));
         }
     }
-    EXPECT_EQ(CountOf(Ask(31060, "<display process >"), TestIsPrompt() ? "pace: prompt" : "pace: default"), 1U);
+    EXPECT_EQ(CountOf(Ask(31060, "<display process >"),
+                      BP_GetPromptDelivery() != 0 ? "pace: prompt" : "pace: default"),
+              1U);
     EXPECT_TRUE(Matches(Tree(), "^\ncommands\ndisplay\n.*\n" + std::to_string(aszAsked.size() + 1) +
                                     "\n")); // and "fail"
 }

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/file.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -42,13 +41,6 @@ protected:
         size_t ulNum = 0;
         for (std::string szLine; std::getline(stText, szLine); ulNum++) {
             EXPECT_TRUE(Matches(szLine, g_szWholeLine)) << szFile << ": " << szLine;
-        }
-        return ulNum;
-    }
-    static size_t WholeLines(const std::vector<std::string> &aszFile) {
-        size_t ulNum = 0;
-        for (const std::string &szFile : aszFile) {
-            ulNum += WholeLines(szFile);
         }
         return ulNum;
     }
@@ -220,9 +212,19 @@ TEST_F(Log, TextIsOnlyText_AndWrittenWhole) {
     }
     EXPECT_EQ(WholeLines(), aszText.size());
     BP_RecordThreadInfo(szTrick.c_str());
-    const std::string szThreads = ReadFile("/tmp/ThreadInfo[" + std::to_string(getpid()) + "].log");
-    EXPECT_EQ(CountOf(szThreads, szTrick.substr(0, 63) + ":"), 1U);
+    EXPECT_EQ(CountOf(ReadFile(ThreadFile()), szTrick.substr(0, 63) + ":"), 1U);
     EXPECT_FALSE(FileExists("pwned"));
+}
+
+TEST_F(Log, LongLineWithoutMemory_IsLostAlone) {
+    testing::internal::CaptureStderr();
+    setenv("KS_FAIL", "malloc:1", 1);
+    Info(std::string(3000, 'x') + " lost");
+    Info(std::string(3000, 'x') + " kept");
+    unsetenv("KS_FAIL");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "[bp_log-903]Write file /var/log/ks00.log failed:Cannot allocate memory\n");
+    EXPECT_TRUE(Matches(ReadFile(g_szLog), "^[^x]*x{3000} kept>\r\n$"));
 }
 
 TEST_F(Log, DirectoryRemoved_IsMadeAgain) {
@@ -235,84 +237,64 @@ TEST_F(Log, DirectoryRemoved_IsMadeAgain) {
     }
 }
 
-// What threads and processes see alike.
-template <typename Type>
-static Type *Shared() {
-    return static_cast<Type *>(
-        mmap(nullptr, sizeof(Type), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+// Two processes of two threads each, every thread given its number; returns once they are done.
+static void RunWriters(const std::function<void(uint32_t)> &pfnRun) {
+    for (const uint32_t ulFirst : {0U, 2U}) {
+        if (fork() == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            Threads(2, [&](uint32_t i) { pfnRun(ulFirst + i); });
+            _exit(0);
+        }
+    }
+    while (wait(nullptr) > 0) {
+    }
 }
 
-// Four processes, or threads, each given its number.
-class Writers {
-public:
-    Writers(bool bProcesses, const std::function<void(uint32_t)> &pfnRun) {
-        for (uint32_t i = 0; i < 4; i++) {
-            if (!bProcesses) {
-                astThread_.emplace_back(pfnRun, i);
-            } else if (fork() == 0) {
-                prctl(PR_SET_PDEATHSIG, SIGKILL);
-                pfnRun(i);
-                _exit(0);
-            }
-        }
-    }
-    ~Writers() {
-        std::for_each(astThread_.begin(), astThread_.end(), [](std::thread &stThread) { stThread.join(); });
-        while (wait(nullptr) > 0) {
-        }
-    }
-
-private:
-    std::vector<std::thread> astThread_;
-};
-
-static void WriteTo(BP_LogFile *pstFile, uint32_t ulLimit, const char *pcFormat, ...)
-    __attribute__((format(printf, 3, 4)));
-static void WriteTo(BP_LogFile *pstFile, uint32_t ulLimit, const char *pcFormat, ...) {
+static void WriteTo(BP_LogFile *pstFile, const char *pcFormat, ...) __attribute__((format(printf, 2, 3)));
+static void WriteTo(BP_LogFile *pstFile, const char *pcFormat, ...) {
     va_list args;
     va_start(args, pcFormat);
-    BP_LogWriteFile(pstFile, ulLimit, "11-23 05:00:00 000[I(0)][a.c-1]", pcFormat, args);
+    BP_LogWriteFile(pstFile, INT32_MAX, "11-23 05:00:00 000[I(0)][a.c-1]", pcFormat, args);
     va_end(args);
 }
 
-class LogOfMany : public Log, public testing::WithParamInterface<bool> {};
-INSTANTIATE_TEST_SUITE_P(ThreadsOrProcesses, LogOfMany, testing::Bool());
-
-// They write to a disk that is full except for a moment now and then, and their file is moved away, and blocked
-// by a directory: each line is in one of the files, or its loss has been said.
-TEST_P(LogOfMany, DiskFullAndFileMoved_LinesAreWholeOrTheirLossIsSaid) {
+// The disk is full except for a moment now and then, and the file is moved away, and blocked by a directory:
+// each line is in one of the files, or its loss has been said.
+TEST_F(Log, DiskFullAndFileMoved_LinesAreWholeOrTheirLossIsSaid) {
     static constexpr uint32_t ulLines = 12000;
     SMALL_DISK("/var/log", 2000 * 4096); // room for all and the filler
     testing::internal::CaptureStderr();
     std::vector<std::string> aszFile = {g_szLog};
-    std::atomic<uint32_t> *pulWriting = Shared<std::atomic<uint32_t>>();
-    *pulWriting = 4;
-    {
-        const Writers stWriters(GetParam(), [&](uint32_t i) {
+    const pid_t lWriters = fork();
+    if (lWriters == 0) {
+        RunWriters([&](uint32_t i) {
             BP_LogFile stFile = {};
             BP_LogInitFile(&stFile, "ks", ".log");
             for (uint32_t j = 0; j < ulLines; j++) {
-                WriteTo(&stFile, INT32_MAX, "<%s>", std::string(50 + (i + j) % 100, 'x').c_str());
+                WriteTo(&stFile, "<%s>", std::string(50 + (i + j) % 100, 'x').c_str());
             }
-            --*pulWriting;
         });
-        const std::string szPage(4096, 'f');
-        const int lFiller = open("/var/log/filler", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-        for (uint32_t i = 1; *pulWriting == 4; i++) {
-            while (write(lFiller, szPage.data(), szPage.size()) > 0) {
-            }
-            ASSERT_EQ(ftruncate(lFiller, lseek(lFiller, 0, SEEK_END) - 4096), 0);
-            if (i % 3000 == 0) {
-                aszFile.push_back("/var/log/aside" + std::to_string(aszFile.size()));
-                rename(g_szLog, aszFile.back().c_str());
-                mkdir(g_szLog, 0755);
-                usleep(300);
-                rmdir(g_szLog);
-            }
-        }
-        close(lFiller);
+        _exit(0);
     }
-    const size_t ulFound = WholeLines(aszFile);
+    const std::string szPage(4096, 'f');
+    const int lFiller = open("/var/log/filler", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    for (uint32_t i = 1; waitpid(lWriters, nullptr, WNOHANG) == 0; i++) {
+        while (write(lFiller, szPage.data(), szPage.size()) > 0) {
+        }
+        ASSERT_EQ(ftruncate(lFiller, lseek(lFiller, 0, SEEK_END) - 4096), 0);
+        if (i % 3000 == 0) {
+            aszFile.push_back("/var/log/aside" + std::to_string(aszFile.size()));
+            rename(g_szLog, aszFile.back().c_str());
+            mkdir(g_szLog, 0755);
+            usleep(300);
+            rmdir(g_szLog);
+        }
+    }
+    close(lFiller);
+    size_t ulFound = 0;
+    for (const std::string &szFile : aszFile) {
+        ulFound += WholeLines(szFile);
+    }
     const std::string szErr = testing::internal::GetCapturedStderr();
     EXPECT_EQ(ulFound + CountOf(szErr, "[bp_log-903]") + CountOf(szErr, "[bp_log-878]"), 4 * ulLines);
     EXPECT_GT(ulFound, 0U);
@@ -321,44 +303,28 @@ TEST_P(LogOfMany, DiskFullAndFileMoved_LinesAreWholeOrTheirLossIsSaid) {
     EXPECT_EQ(CountOf(ReadFile(g_szLog), "<after all>"), 1U);
 }
 
-// Rounds that all begin together, each too short for two rotations, so that every backup is seen.
-TEST_P(LogOfMany, ThroughRotations_EveryLineIsThereInItsOrder) {
+// Rounds that are too short for two rotations each, so that every backup is seen.
+TEST_F(Log, ThroughRotations_EveryLineIsThereInItsOrder) {
     static constexpr uint32_t ulRounds = 70;
     static constexpr uint32_t ulLines = 240; // of at most 130 bytes
-    auto *pstBarrier = Shared<pthread_barrier_t>();
-    pthread_barrierattr_t stShared;
-    pthread_barrierattr_init(&stShared);
-    pthread_barrierattr_setpshared(&stShared, PTHREAD_PROCESS_SHARED);
-    ASSERT_EQ(pthread_barrier_init(pstBarrier, &stShared, 5), 0);
     testing::internal::CaptureStderr();
-    std::vector<std::string> aszFile;
-    {
-        const Writers stWriters(GetParam(), [&](uint32_t i) {
-            for (uint32_t j = 0; j < ulRounds * ulLines; j++) {
-                if (j % ulLines == 0) {
-                    pthread_barrier_wait(pstBarrier);
-                    pthread_barrier_wait(pstBarrier);
-                }
+    std::vector<std::string> aszText;
+    for (uint32_t ulRound = 0; ulRound < ulRounds; ulRound++) {
+        RunWriters([=](uint32_t i) {
+            for (uint32_t j = ulRound * ulLines; j < (ulRound + 1) * ulLines; j++) {
                 Info(std::to_string(i) + " " + std::to_string(j) + " " + std::string(60 + (i + j) % 20, 'z'));
             }
-            pthread_barrier_wait(pstBarrier);
         });
-        for (uint32_t i = 0; i <= ulRounds; i++) {
-            pthread_barrier_wait(pstBarrier); // all wait for the next round
-            aszFile.push_back(ReadFile(g_szBackup));
-            EXPECT_TRUE(aszFile.back().empty() || aszFile.back().size() + 1023 >= BP_LOG_FILE_LIMIT);
-            EXPECT_LE(std::max(aszFile.back().size(), ReadFile(g_szLog).size()), BP_LOG_FILE_LIMIT);
-            if (i < ulRounds) {
-                pthread_barrier_wait(pstBarrier);
-            }
-        }
+        aszText.push_back(ReadFile(g_szBackup));
+        EXPECT_TRUE(aszText.back().empty() || aszText.back().size() + 1023 >= BP_LOG_FILE_LIMIT);
+        EXPECT_LE(std::max(aszText.back().size(), ReadFile(g_szLog).size()), BP_LOG_FILE_LIMIT);
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    aszFile.erase(std::unique(aszFile.begin(), aszFile.end()), aszFile.end());
-    EXPECT_GT(aszFile.size(), 50U);
-    aszFile.push_back(ReadFile(g_szLog));
+    aszText.erase(std::unique(aszText.begin(), aszText.end()), aszText.end());
+    EXPECT_GT(aszText.size(), 50U);
+    aszText.push_back(ReadFile(g_szLog));
     uint32_t aulNext[4] = {};
-    for (const std::string &szText : aszFile) {
+    for (const std::string &szText : aszText) {
         for (size_t ulPos = 0; (ulPos = szText.find('<', ulPos)) != std::string::npos; ulPos++) {
             uint32_t ulWriter = 0;
             uint32_t ulNumber = 0;
@@ -372,15 +338,12 @@ TEST_P(LogOfMany, ThroughRotations_EveryLineIsThereInItsOrder) {
 // Whatever has been planted under the name of one of the runtime's files, nothing else is written to, and
 // nothing waits.
 TEST_F(Log, PlantedNames_HarmNothing) {
-    const std::string szThreads = "/tmp/ThreadInfo[" + std::to_string(getpid()) + "].log";
+    const std::string szThreads = ThreadFile();
     const std::string szPath = getenv("PATH");
     SetDebug();
     const std::function<int(const char *, const char *)> apfnPlant[] = {
-        symlink,
-        link,
-        [](const char *, const char *pcName) { return mkfifo(pcName, 0666); },
-        [](const char *, const char *pcName) { return symlink("/tmp/ks_test_none", pcName); },
-    };
+        symlink, link, [](const char *, const char *pcName) { return mkfifo(pcName, 0666); },
+        [](const char *, const char *pcName) { return symlink("/tmp/ks_test_none", pcName); }};
     for (const auto &pfnPlant : apfnPlant) {
         for (const std::string szName : {g_szLog, "/var/log/ks00.debug", "/var/log/ks00.buf", BP_SLAB_DUMP_PATH,
                                          BP_TIMER_DUMP_PATH, BP_KEY_DUMP_PATH, szThreads.c_str()}) {
@@ -415,10 +378,6 @@ TEST_F(Log, PlantedNames_HarmNothing) {
     EXPECT_EQ(CountOf(ReadFile(BP_KEY_DUMP_PATH), "precious"), 0U);
 }
 
-static std::string ThreadFile() {
-    return ReadFile("/tmp/ThreadInfo[" + std::to_string(getpid()) + "].log");
-}
-
 static std::string RecordInThread(const std::string &szName) {
     std::string szLine;
     std::thread([&] {
@@ -433,7 +392,7 @@ static std::string RecordInThread(const std::string &szName) {
 
 TEST(ThreadInfo, ListsThreadsInTheirPlaces) {
     BP_RecordThreadInfo("too early");
-    EXPECT_EQ(ThreadFile(), "");
+    EXPECT_EQ(ReadFile(ThreadFile()), "");
     BP_InitLog("ks");
     ASSERT_EQ(BP_RegCmdModuleID("BP", 0, 0, BP_LOG_BP_MODULE_ID), BP_OK);
     const std::string szPath = "/tmp/ThreadInfo" + std::to_string(getpid()).substr(0, 1) + ".log";
@@ -442,13 +401,13 @@ TEST(ThreadInfo, ListsThreadsInTheirPlaces) {
     RecordInThread("a module with a long name");
     const std::string szThree = RecordInThread("three");
     const std::string szAgain = RecordInThread("a module with a long name");
-    EXPECT_EQ(ThreadFile(), szOne + szAgain + szThree);
+    EXPECT_EQ(ReadFile(ThreadFile()), szOne + szAgain + szThree);
     EXPECT_TRUE(FileExists(szPath));
     for (int i = 3; i < 101; i++) {
         RecordInThread("t" + std::to_string(i));
     }
-    EXPECT_EQ(CountOf(ThreadFile(), "\n"), 100U);
-    EXPECT_EQ(CountOf(ThreadFile(), "t100:"), 0U);
+    EXPECT_EQ(CountOf(ReadFile(ThreadFile()), "\n"), 100U);
+    EXPECT_EQ(CountOf(ReadFile(ThreadFile()), "t100:"), 0U);
 }
 
 TEST(Shell, ReportsWaitStatus) {

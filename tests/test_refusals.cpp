@@ -1,6 +1,5 @@
 // What the runtime refuses: calls, and in tests/data what each of them results in and logs.
 #include "tests/support/on_bus.h"
-#include "tests/support/slab_check.h"
 
 class Refusals : public OnBus {
 protected:

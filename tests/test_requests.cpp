@@ -1,17 +1,11 @@
 // Synchronous requests: to another process, played by a script, and between modules of one process.
-#include <csignal>
-#include <pthread.h>
-
 #include "tests/support/on_bus.h"
-#include "tests/support/slab_check.h"
-#include "tests/support/threads.h"
 
 class Request : public AsConsole {
 protected:
     static std::string AskMware(const std::string &szText, uint32_t ulSeconds, uint32_t ulCode = 31060) {
         return Ask(BP_MODULE_ID_MWARE_CMD, szText, ulSeconds, ulCode);
     }
-    BusSocket stElsewhere_;
     ScriptedTarget stTarget_{PORT_MWARE, AnswerAll("ok")};
 };
 
@@ -37,27 +31,54 @@ TEST_F(Request, AnswerTexts) {
     }
 }
 
+// The datagrams of a row in replies.txt.
+static std::vector<std::string> Reply(const std::string &szCell, const WireMsg &stReq,
+                                      ScriptedTarget *pstTarget) {
+    return Datagrams(szCell, [&](char cKind, const std::string &szText) {
+        WireMsg stAck = MakeAck(stReq, szText.empty() ? stReq.szPayload : szText);
+        stAck.stHdr.AssiMsgId += cKind == 'f' ? 5000 : 0;
+        stAck.stHdr.ulMsgType = cKind == 'q' ? BP_MSG_TYPE_NORMAL : BP_MSG_TYPE_ACK;
+        stAck.stHdr.ulModuleDstID = cKind == 's' ? 12345 : stAck.stHdr.ulModuleDstID;
+        static BusSocket stElsewhere;
+        if (cKind == 'e') {
+            pstTarget->SendLate(Bytes(stAck), &stElsewhere);
+        }
+        return cKind == 'e' ? "" : cKind == 'r' ? szText : Bytes(stAck);
+    });
+}
+
 // Whatever a target does in place of answering once and properly, the next request works and every buffer comes
 // back.
 TEST_F(Request, MisbehavingTarget_CostsNothing) {
     for (const auto &aszRow : Rows("replies.txt")) {
         SCOPED_TRACE(aszRow[0]);
-        stTarget_.SetScript([&](const WireMsg &stReq) {
-            return Datagrams(aszRow[1], [&](char cKind, const std::string &szText) {
-                WireMsg stAck = MakeAck(stReq, szText);
-                stAck.stHdr.AssiMsgId += cKind == 'f' ? 1000 : 0;
-                stAck.stHdr.ulMsgType = cKind == 'q' ? BP_MSG_TYPE_NORMAL : BP_MSG_TYPE_ACK;
-                stAck.stHdr.ulModuleDstID = cKind == 's' ? 12345 : stAck.stHdr.ulModuleDstID;
-                if (cKind == 'e') {
-                    stTarget_.SendLate(Bytes(stAck), &stElsewhere_);
-                }
-                return cKind == 'e' ? "" : cKind == 'r' ? szText : Bytes(stAck);
-            });
-        });
+        stTarget_.SetScript([&](const WireMsg &stReq) { return Reply(aszRow[1], stReq, &stTarget_); });
         EXPECT_EQ(AskMware("x", 1), aszRow[2]);
         stTarget_.SetScript(AnswerAll("good"));
         EXPECT_EQ(AskMware("x", 10), "good");
     }
+}
+
+// The same from several threads at once, now and then.
+TEST_F(Request, AThousand_GetTheirOwnAnswers) {
+    const auto aaszRow = Rows("replies.txt");
+    std::atomic<size_t> ulSeen{0};
+    stTarget_.SetScript([&](const WireMsg &stReq) {
+        const size_t ulRow = ulSeen++ % 60;
+        return Reply(ulRow < aaszRow.size() ? aaszRow[ulRow][1] : "a", stReq, &stTarget_);
+    });
+    std::atomic<uint32_t> ulGood{0}, ulTimedOut{0};
+    Threads(20, [&](uint32_t i) {
+        for (int j = 0; j < 50; j++) {
+            const std::string szText = std::to_string(i) + "/" + std::to_string(j);
+            const std::string szAnswer = AskMware(szText, 1);
+            ulGood += szAnswer == szText;
+            ulTimedOut += szAnswer == "error 1057";
+        }
+    });
+    EXPECT_EQ(ulGood + ulTimedOut, 1000U);
+    EXPECT_GT(ulTimedOut, 30U);
+    EXPECT_GT(ulGood, 700U);
 }
 
 TEST_F(Request, TimedOutWait_IsLoggedAndItsLateAnswerGivenBack) {
@@ -75,96 +96,6 @@ TEST_F(Request, TimedOutWait_IsLoggedAndItsLateAnswerGivenBack) {
     }
     BP_ModuleInfo *pstMain = BP_GetModuleByID(BP_MODULE_ID_MAIN);
     EXPECT_TRUE(WaitFor([&] { return BP_QueueLength(&pstMain->stAckQueue) == 0 && AllSlabsFull(); }));
-}
-
-static void OnAlarm(int) {}
-
-TEST_F(Request, SignalsDoNotUseUpTheLimit) {
-    stTarget_.SetScript([](const WireMsg &) { return std::vector<std::string>{}; });
-    struct sigaction stAction = {};
-    stAction.sa_handler = OnAlarm; // without SA_RESTART: every sleep is interrupted
-    sigaction(SIGALRM, &stAction, nullptr);
-    const pthread_t ulSelf = pthread_self();
-    const Repeater stStorm([=] {
-        pthread_kill(ulSelf, SIGALRM);
-        usleep(500);
-    });
-    const int64_t lStart = BP_NowMs();
-    EXPECT_EQ(AskMware("x", 1), "error 1057");
-    EXPECT_GE(BP_NowMs() - lStart, 990);
-}
-
-// Eight threads run a class dry, ask in the shortage, and ask again once it is over.
-TEST_F(Request, ClassRunDryByManyThreads_RequestsFailWithTheirLines) {
-    static constexpr uint32_t ulThreads = 8;
-    ASSERT_EQ(BP_RegCmdModuleID("MW_MWARE_cmd", 0, 0, BP_MODULE_ID_MWARE_CMD), BP_OK);
-    BP_Write(BP_FindLogModule(BP_LOG_BP_MODULE_ID)->ulDebugOn, 1U);
-    pthread_barrier_t stBarrier;
-    pthread_barrier_init(&stBarrier, nullptr, ulThreads);
-    for (uint32_t i = 0; i < BP_SLAB_CLASS_TIMER; i++) {
-        const uint32_t ulSize = g_astSlabConfig[i].ulSize;
-        SCOPED_TRACE(ulSize);
-        Threads(ulThreads, [&](uint32_t) {
-            const std::vector<BP_SlabBuf *> apstBuf = TakeAll(ulSize, BP_SLAB_TYPE_MSG);
-            pthread_barrier_wait(&stBarrier);
-            EXPECT_EQ(AskMware(std::string(ulSize - BP_MSG_HDR_LEN, 'x'), 10), "error 2");
-            pthread_barrier_wait(&stBarrier);
-            FreeAll(apstBuf);
-            pthread_barrier_wait(&stBarrier);
-            EXPECT_EQ(AskMware("x", 10), "ok");
-        });
-        EXPECT_TRUE(AllSlabsRefill());
-        const std::string szDebug = ReadFile("/var/log/ks00.debug");
-        EXPECT_EQ(CountOf(szDebug, "slab buffer(buffer size:" + std::to_string(ulSize) + ")."), ulThreads);
-        EXPECT_EQ(CountOf(szDebug, "[BP_InnerSendSyncMsg]invalid slab buffer."), ulThreads * (i + 1));
-        EXPECT_EQ(Logged("fail to BP_InnerSendSyncMsg MsgCode:31060"), ulThreads * (i + 1));
-    }
-}
-
-// A thousand requests from several threads at once, of which some are not answered, late, answered twice, with
-// a wrong identifier first, or from another address.
-TEST_F(Request, AThousand_GetTheirOwnAnswersAndLeaveEveryClassFull) {
-    std::atomic<uint32_t> ulSeen{0};
-    std::vector<std::string> aszHeldBack;
-    stTarget_.SetScript([&](const WireMsg &stReq) {
-        WireMsg stForeign = MakeAck(stReq, "for another");
-        stForeign.stHdr.AssiMsgId += 5000;
-        const std::string szAck = Bytes(MakeAck(stReq, stReq.szPayload));
-        std::vector<std::string> aszReply = {szAck};
-        switch (ulSeen++ % 30) {
-        case 0:
-            return std::vector<std::string>{};
-        case 1:
-            return std::vector<std::string>{szAck, szAck};
-        case 2:
-            aszHeldBack.push_back(szAck);
-            return std::vector<std::string>{};
-        case 3:
-            return std::vector<std::string>{Bytes(stForeign), szAck};
-        case 4:
-            stTarget_.SendLate(szAck, &stElsewhere_);
-            return std::vector<std::string>{};
-        default:
-            if (ulSeen > 900) { // by then their waits are long over
-                aszReply.insert(aszReply.end(), aszHeldBack.begin(), aszHeldBack.end());
-                aszHeldBack.clear();
-            }
-        }
-        return aszReply;
-    });
-    std::atomic<uint32_t> ulGood{0};
-    std::atomic<uint32_t> ulTimedOut{0};
-    Threads(20, [&](uint32_t i) {
-        for (int j = 0; j < 50; j++) {
-            const std::string szText = std::to_string(i) + "/" + std::to_string(j);
-            const std::string szAnswer = AskMware(szText, 1);
-            ulGood += szAnswer == szText;
-            ulTimedOut += szAnswer == "error 1057";
-        }
-    });
-    EXPECT_EQ(ulGood + ulTimedOut, 1000U);
-    EXPECT_GT(ulTimedOut, 30U);
-    EXPECT_GT(ulGood, 700U);
 }
 
 static BP_Sem g_semGoOn(0);

@@ -2,8 +2,6 @@
 #include <algorithm>
 
 #include "tests/support/on_bus.h"
-#include "tests/support/slab_check.h"
-#include "tests/support/threads.h"
 
 class Slab : public testing::Test {
 protected:

@@ -1,4 +1,5 @@
 // The start of a process, and the tables that it starts from.
+#include <filesystem>
 #include <sstream>
 
 #include "tests/support/on_bus.h"
@@ -97,4 +98,75 @@ TEST(Config, FirstMatchingRowWins_AndTheMainModuleIsTheCallersOwn) {
         EXPECT_EQ(pfnNameOf(BP_MODULE_ID_MAIN), pcMain);
         EXPECT_EQ(pfnNameOf(BP_MODULE_ID_EXT), "update_cmd");
     }
+}
+
+static size_t Transports() {
+    std::error_code stError; // the descriptor of the walk itself is gone when it is looked at
+    size_t ulNum = 0;
+    for (const auto &stFd : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const std::string szFile = std::filesystem::read_symlink(stFd.path(), stError);
+        ulNum += Matches(szFile, "^(socket|anon_inode):") ? 1 : 0;
+    }
+    return ulNum;
+}
+
+// Each call of the function that a start makes fails once. A program that goes on then has no socket left that
+// nothing uses.
+class StartShortage : public testing::TestWithParam<const char *> {};
+INSTANTIATE_TEST_SUITE_P(Each, StartShortage,
+                         testing::Values("calloc", "pthread_create", "socket", "bind", "setsockopt", "ioctl",
+                                         "epoll_create", "epoll_ctl", "eventfd", "timerfd_create"),
+                         [](const auto &stInfo) { return stInfo.param; });
+
+TEST_P(StartShortage, LeavesNoSocket) {
+    const auto pfnStart = [ulBefore = Transports()] {
+        const bool bStarted = BP_MwareInit("MW_IWARE", 102) == BP_OK;
+        const bool bClosed = Transports() == ulBefore;
+        const bool bInUse = BP_GetModuleByID(BP_MODULE_ID_IWARE_CMD) != nullptr; // its thread may use them
+        const bool bSaid = bStarted || CountOf(ReadFile("/var/log/MW_IWARE00.log"), "[E(") != 0;
+        _exit((bStarted || bClosed != bInUse) && bSaid ? 0 : 1);
+    };
+    bool bFailed = true;
+    for (int lCall = 1; bFailed; lCall++) {
+        SCOPED_TRACE(lCall);
+        unlink("failed");
+        setenv("KS_FAIL", (GetParam() + (":" + std::to_string(lCall))).c_str(), 1);
+        EXPECT_EXIT(pfnStart(), testing::ExitedWithCode(0), ""); // the runtime starts once in a process
+        bFailed = FileExists("failed");
+    }
+}
+
+// The command handlers are there before messages can arrive, so a console that starts in between is answered.
+static uint32_t g_ulStarted = 0;
+TEST(StartOrder, CommandsAreServedBeforeTheMainModuleRuns) {
+    static const BP_PfnStart pfnOwn = [] { return g_ulStarted++ == 0 ? BP_OK : BP_ERR_FAIL; };
+    for (int i = 0; i < 2; i++) {
+        ASSERT_EQ(BP_AddStartHook(pfnOwn), BP_OK);
+        ASSERT_EQ(BP_StartCmd(), BP_OK);
+    }
+    setenv("KS_FAIL", "pthread_create:2", 1);
+    EXPECT_EQ(BP_MwareInit("MW_IWARE", 102), BP_ERR_FAIL);
+    EXPECT_EQ(BP_GetModuleByID(BP_MODULE_ID_MAIN), nullptr);
+    EXPECT_EQ(g_ulStarted, 1U);
+    BP_ModuleInfo *pstCmd = BP_GetModuleByID(BP_MODULE_ID_IWARE_CMD);
+    ASSERT_NE(pstCmd, nullptr);
+    EXPECT_NE(BP_GetMsgProcByMsgID(&pstCmd->stMsgProcCtrl, BP_CMD_GET_TREE), nullptr);
+}
+
+// Starts of a module's thread that fail while other threads send to it: what they send is either refused or
+// served.
+TEST(RegistShortage, FailedThreadStart_AmidSenders_LosesNothing) {
+    setenv("KS_FAIL", "pthread_create:-3", 1);
+    ASSERT_EQ(BP_MwareInit("MW_MWARE", 101), BP_OK);
+    ASSERT_EQ(BP_RegistModule("MW_MWARE", 1, nullptr), BP_OK);
+    BP_SetLogLevel(BP_LOG_LEVEL_FATAL);
+    {
+        const Repeater stOne([] { BP_PostMsg(MW_PTZ, 1, "x", 1); });
+        const Repeater stTwo([] { BP_PostMsg(MW_PTZ, 1, "x", 1); });
+        for (int i = 0; i < 20000; i++) {
+            EXPECT_EQ(BP_RegistModule("MW_PTZ", 1, nullptr), BP_ERR_FAIL);
+        }
+    }
+    EXPECT_EQ(BP_GetModuleByID(MW_PTZ), nullptr);
+    EXPECT_TRUE(AllSlabsFull());
 }

@@ -4,7 +4,6 @@
 
 #include "tests/support/fake_clock.h"
 #include "tests/support/on_bus.h"
-#include "tests/support/threads.h"
 
 static uint32_t g_ulTimerID;
 static BP_Sem g_semBlock(0), g_semEntered(0);

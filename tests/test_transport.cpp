@@ -1,15 +1,12 @@
 // The way in, driven by hand: MW_MWARE has no main thread until it registers its main module, so the test's own
 // thread is the only one at the socket and the ring.
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <map>
 #include <net/if.h>
 #include <sstream>
 #include <sys/ioctl.h>
 
 #include "tests/support/on_bus.h"
-#include "tests/support/slab_check.h"
-#include "tests/support/threads.h"
 
 static std::mutex g_stPortLock;
 static std::map<std::string, uint16_t> g_ausPeerPort; // where each text came from

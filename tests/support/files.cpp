@@ -24,6 +24,10 @@ bool FileExists(const std::string &szPath) {
     return std::filesystem::exists(szPath);
 }
 
+std::string ThreadFile(int lPid) {
+    return "/tmp/ThreadInfo[" + std::to_string(lPid) + "].log";
+}
+
 size_t CountOf(const std::string &szText, const std::string &szPart) {
     size_t ulNum = 0;
     for (size_t ulPos = 0; (ulPos = szText.find(szPart, ulPos)) != std::string::npos; ulPos++) {

@@ -4,11 +4,15 @@
 
 #include <functional>
 #include <string>
+#include <unistd.h>
 
 // The whole content; empty if there is no such file.
 std::string ReadFile(const std::string &szPath);
 void WriteFile(const std::string &szPath, const std::string &szText);
 bool FileExists(const std::string &szPath);
+
+// Where the threads of a process, this one by default, are listed.
+std::string ThreadFile(int lPid = getpid());
 
 // Number of times szPart stands in szText.
 size_t CountOf(const std::string &szText, const std::string &szPart);

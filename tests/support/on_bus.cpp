@@ -2,8 +2,6 @@
 
 #include <sstream>
 
-#include "tests/support/slab_check.h"
-
 ScriptedTarget::ScriptedTarget(uint16_t usPort, Script pfnScript)
     : stSocket_(usPort), pfnScript_(std::move(pfnScript)), stThread_([this] { Run(); }) {}
 

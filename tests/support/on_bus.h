@@ -2,15 +2,13 @@
 #ifndef TESTS_SUPPORT_ON_BUS_H
 #define TESTS_SUPPORT_ON_BUS_H
 
-#include <functional>
 #include <gtest/gtest.h>
 #include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "tests/support/files.h"
 #include "tests/support/rows.h"
+#include "tests/support/slab_check.h"
+#include "tests/support/threads.h"
 #include "tests/support/wire.h"
 
 constexpr uint32_t MW_CTRL = 0x90000001;

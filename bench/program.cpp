@@ -1,4 +1,4 @@
-#include "tests/support/program.h"
+#include "bench/program.h"
 
 #include <csignal>
 #include <cstring>
@@ -12,17 +12,6 @@
 
 #include "bp/bp.h"
 #include "tests/support/files.h"
-
-static bool g_bPromptPace;
-
-void TestChoosePace(bool bPrompt) {
-    g_bPromptPace = bPrompt;
-    BP_SetPromptDelivery(bPrompt ? 1 : 0);
-}
-
-bool TestIsPrompt() {
-    return g_bPromptPace;
-}
 
 bool SameSettings(const struct termios &stA, const struct termios &stB) {
     return stA.c_iflag == stB.c_iflag && stA.c_oflag == stB.c_oflag && stA.c_cflag == stB.c_cflag &&
@@ -154,9 +143,7 @@ bool Program::IsNonBlocking() const {
 }
 
 std::unique_ptr<Program> StartExample(const std::string &szPath, const std::string &szName) {
-    std::vector<std::string> aszArg = {szPath, szName, "prompt"};
-    aszArg.resize(TestIsPrompt() ? 3 : 2);
-    auto pstProgram = std::make_unique<Program>(aszArg);
+    auto pstProgram = std::make_unique<Program>(std::vector<std::string>{szPath, szName});
     pstProgram->ReadUntil("ready");
     return pstProgram;
 }

@@ -1,16 +1,12 @@
-// A program on a terminal of its own, beside the test.
-#ifndef TESTS_SUPPORT_PROGRAM_H
-#define TESTS_SUPPORT_PROGRAM_H
+// A program on a terminal of its own.
+#ifndef BENCH_PROGRAM_H
+#define BENCH_PROGRAM_H
 
 #include <memory>
 #include <string>
 #include <sys/types.h>
 #include <termios.h>
 #include <vector>
-
-// The pace of the process under test, and of the example processes that it starts. Before anything is started.
-void TestChoosePace(bool bPrompt);
-bool TestIsPrompt();
 
 bool SameSettings(const struct termios &stA, const struct termios &stB);
 
@@ -50,7 +46,7 @@ private:
     std::string szPending_;
 };
 
-// An example process that is ready, at that pace.
+// An example process that is ready.
 std::unique_ptr<Program> StartExample(const std::string &szPath, const std::string &szName = "MW_MWARE");
 
 #endif
